@@ -1,0 +1,170 @@
+// Database: a Jet 3 or Jet 4 file opened through a PageStore. It decodes the
+// header, the catalog (MSysObjects), table definitions, rows, long values,
+// usage maps and index pages.
+//
+// Contracts:
+// - Every failure is a JetError whose message starts with the file name and,
+//   where a page is at fault, names it: "x.mdb: page 57: row offset 4100 past
+//   end of page". A damaged file never crashes the engine, never makes it
+//   loop forever and never makes it allocate more than the file could hold.
+// - References handed out (TableDef, catalog entries, page bytes) stay valid
+//   until the Database is destroyed or, for page bytes, until a page is
+//   written.
+// - Not thread-safe; one Database per thread.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "jet/bytes.h"
+#include "jet/error.h"
+#include "jet/format.h"
+#include "jet/page_store.h"
+#include "jet/row_layout.h"
+#include "jet/table_def.h"
+#include "jet/value.h"
+
+namespace jet {
+
+struct HeaderInfo {
+  Version version = Version::kJet4;
+  uint8_t versionByte = 0;
+  uint16_t codePage = 0;
+  uint16_t sortOrder = 0;  // language id, 1033 for "General"
+  uint8_t sortVersion = 0;
+  uint32_t encodingKey = 0;
+  double creationDate = 0;  // Jet 4 only
+  bool hasPassword = false;
+};
+
+struct CatalogEntry {
+  int32_t id = 0;
+  int32_t parentId = 0;
+  std::string name;
+  int type = 0;  // MSysObjects.Type with its top bits kept
+  uint32_t flags = 0;
+  RowId row;
+
+  uint32_t tdefPage() const { return static_cast<uint32_t>(id) & 0x00FFFFFF; }
+  bool isTable() const { return (type & 0x7F) == objtype::kTable; }
+  bool isSystemTable() const { return isTable() && (flags & kObjectSystemFlags); }
+  bool isUserTable() const { return isTable() && !(flags & kObjectSystemFlags); }
+};
+
+struct IndexEntry {
+  std::vector<uint8_t> key;  // the entry bytes without the row pointer
+  RowId row;
+};
+
+// One page of an index as stored: its links and its entries, prefixes
+// already restored.
+struct IndexPage {
+  uint32_t number = 0;
+  bool leaf = false;
+  uint32_t prev = 0, next = 0, tail = 0;
+  uint16_t prefixLength = 0;
+  uint16_t freeSpace = 0;
+  struct Entry {
+    std::vector<uint8_t> key;
+    RowId row;
+    uint32_t child = 0;  // node pages only
+  };
+  std::vector<Entry> entries;
+};
+
+class Database {
+ public:
+  static std::unique_ptr<Database> open(std::unique_ptr<PageStore> store);
+  static std::unique_ptr<Database> openFile(const std::string& path, bool writable = false);
+  ~Database();
+
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  const std::string& fileName() const { return store_->name(); }
+  const Format& format() const { return *fmt_; }
+  const HeaderInfo& header() const { return header_; }
+  uint32_t pageCount() const { return pageCount_; }
+  PageStore& store() { return *store_; }
+
+  // A whole page; throws if `n` is past the end of the file.
+  Bytes page(uint32_t n);
+
+  // Every row of MSysObjects, in storage order.
+  const std::vector<CatalogEntry>& catalog();
+  // User tables in catalog order (what `mdb-tables` lists).
+  std::vector<std::string> userTableNames();
+  // Finds a table (user or system) by name, ignoring case. kNotFound if none.
+  const TableDef& table(std::string_view name);
+  const TableDef& tableAtPage(uint32_t tdefPage, const std::string& name);
+
+  // Pages marked in the usage map stored at the packed row id, ascending.
+  std::vector<uint32_t> usageMapPages(uint32_t packedRowId);
+
+  // Live rows of a table in storage order: data pages in owned-map order,
+  // rows in slot order; deleted rows skipped, overflow pointers followed.
+  // `fn` returns false to stop.
+  void scanRows(const TableDef& t, const std::function<bool(RowId, Bytes)>& fn);
+
+  // The bytes of the row at `id` after following an overflow pointer, or
+  // nullopt if the slot is deleted.
+  std::optional<Bytes> rowData(RowId id);
+
+  // Decodes every column of a row, in TableDef::columns order.
+  std::vector<Value> decodeRow(const TableDef& t, Bytes row);
+  Value decodeColumn(const TableDef& t, const ColumnDef& c, Bytes row);
+
+  // All rows of a table decoded; convenient for tests and small tables.
+  std::vector<std::vector<Value>> readAll(const TableDef& t);
+
+  IndexPage readIndexPage(uint32_t n);
+  // Every entry of an index, in stored (key) order.
+  std::vector<IndexEntry> readIndex(const RealIndex& index);
+
+ private:
+  explicit Database(std::unique_ptr<PageStore> store);
+  void readHeader();
+  std::vector<uint8_t> loadTableDefBytes(uint32_t page, std::vector<uint32_t>& pages);
+  // Slot bounds on a data page: [start, end) with the raw offset flags.
+  struct Slot {
+    uint16_t raw;
+    uint32_t start, end;
+  };
+  Slot slot(Bytes pg, uint32_t pageNo, unsigned row);
+  std::vector<uint8_t> readLongValue(Bytes header, uint32_t pageNo);
+  Value decodeWith(const TableDef& t, const ColumnDef& c, Bytes row, const RowLayout& l);
+  template <typename F>
+  auto guarded(F&& f) -> decltype(f());
+
+  std::unique_ptr<PageStore> store_;
+  const Format* fmt_ = nullptr;
+  HeaderInfo header_;
+  uint32_t pageCount_ = 0;
+  std::vector<std::unique_ptr<uint8_t[]>> pages_;
+  std::optional<std::vector<CatalogEntry>> catalog_;
+  std::map<uint32_t, std::unique_ptr<TableDef>> tables_;
+  uint32_t lastRowPage_ = 0;  // page of the row last returned, for error messages
+};
+
+// Runs `f`, putting the file name in front of any JetError it raises.
+template <typename F>
+auto Database::guarded(F&& f) -> decltype(f()) {
+  try {
+    return f();
+  } catch (const JetError& e) {
+    std::string msg = withFile(fileName(), e.what());
+    if (msg == e.what()) throw;
+    throw JetError(e.kind(), msg);
+  }
+}
+
+// Applies (or removes) the RC4 mask of the database header in place.
+void maskHeader(std::span<uint8_t> headerPage, Version v);
+
+}  // namespace jet

@@ -1,0 +1,16 @@
+#include "jet/error.h"
+
+namespace jet {
+
+void throwCorrupt(uint32_t page, const std::string& fault) {
+  throw JetError(JetError::Kind::kCorrupt, "page " + std::to_string(page) + ": " + fault);
+}
+
+void throwCorrupt(const std::string& fault) { throw JetError(JetError::Kind::kCorrupt, fault); }
+
+std::string withFile(const std::string& file, const std::string& message) {
+  if (file.empty() || message.rfind(file + ": ", 0) == 0) return message;
+  return file + ": " + message;
+}
+
+}  // namespace jet

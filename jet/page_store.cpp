@@ -1,0 +1,129 @@
+#include "jet/page_store.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "jet/error.h"
+
+namespace jet {
+namespace {
+
+[[noreturn]] void throwIo(const std::string& name, const std::string& what) {
+  throw JetError(JetError::Kind::kIo, name + ": " + what);
+}
+
+std::string rangeText(uint64_t offset, size_t n) {
+  return "bytes " + std::to_string(offset) + ".." + std::to_string(offset + n);
+}
+
+class FileStore : public PageStore {
+ public:
+  FileStore(std::string path, int fd, bool writable)
+      : name_(std::move(path)), fd_(fd), writable_(writable) {
+    struct stat st{};
+    if (fstat(fd_, &st) != 0) throwIo(name_, std::strerror(errno));
+    if (!S_ISREG(st.st_mode)) throwIo(name_, "not a regular file");
+    size_ = static_cast<uint64_t>(st.st_size);
+  }
+  ~FileStore() override { ::close(fd_); }
+
+  const std::string& name() const override { return name_; }
+  uint64_t size() const override { return size_; }
+  bool writable() const override { return writable_; }
+
+  void read(uint64_t offset, std::span<uint8_t> out) override {
+    if (offset > size_ || out.size() > size_ - offset)
+      throwIo(name_, "read of " + rangeText(offset, out.size()) + " past end of file");
+    size_t done = 0;
+    while (done < out.size()) {
+      ssize_t n = ::pread(fd_, out.data() + done, out.size() - done,
+                          static_cast<off_t>(offset + done));
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) throwIo(name_, "read failed: " + std::string(std::strerror(errno)));
+      if (n == 0) throwIo(name_, "file shrank while reading " + rangeText(offset, out.size()));
+      done += static_cast<size_t>(n);
+    }
+  }
+
+  void write(uint64_t offset, std::span<const uint8_t> data) override {
+    if (!writable_) throwIo(name_, "file is open read-only");
+    size_t done = 0;
+    while (done < data.size()) {
+      ssize_t n = ::pwrite(fd_, data.data() + done, data.size() - done,
+                           static_cast<off_t>(offset + done));
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) throwIo(name_, "write failed: " + std::string(std::strerror(errno)));
+      done += static_cast<size_t>(n);
+    }
+    if (offset + data.size() > size_) size_ = offset + data.size();
+  }
+
+  void sync() override {
+    if (writable_ && ::fsync(fd_) != 0)
+      throwIo(name_, "sync failed: " + std::string(std::strerror(errno)));
+  }
+
+ private:
+  std::string name_;
+  int fd_;
+  bool writable_;
+  uint64_t size_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<PageStore> openFileStore(const std::string& path, bool writable) {
+  int fd = ::open(path.c_str(), (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC);
+  if (fd < 0) throwIo(path, std::strerror(errno));
+  return std::make_unique<FileStore>(path, fd, writable);
+}
+
+MemoryStore::MemoryStore(std::vector<uint8_t> bytes, std::string name)
+    : bytes_(std::move(bytes)), name_(std::move(name)) {}
+
+void MemoryStore::read(uint64_t offset, std::span<uint8_t> out) {
+  if (offset > bytes_.size() || out.size() > bytes_.size() - offset)
+    throwIo(name_, "read of " + rangeText(offset, out.size()) + " past end of file");
+  std::memcpy(out.data(), bytes_.data() + offset, out.size());
+}
+
+void MemoryStore::write(uint64_t offset, std::span<const uint8_t> data) {
+  if (offset + data.size() > bytes_.size()) bytes_.resize(offset + data.size());
+  std::memcpy(bytes_.data() + offset, data.data(), data.size());
+}
+
+void FaultyStore::read(uint64_t offset, std::span<uint8_t> out) {
+  if (readsLeft_ == 0) throwIo(name(), "injected read failure");
+  if (readsLeft_ > 0) --readsLeft_;
+  if (badEnd_ > badBegin_ && offset < badEnd_ && offset + out.size() > badBegin_)
+    throwIo(name(), "injected read failure at " + rangeText(offset, out.size()));
+  ++reads_;
+  inner_->read(offset, out);
+}
+
+void FaultyStore::write(uint64_t offset, std::span<const uint8_t> data) {
+  if (writesLeft_ == 0) throwIo(name(), "injected write failure");
+  if (writesLeft_ > 0) --writesLeft_;
+  if (bytesLeft_ >= 0) {
+    if (static_cast<uint64_t>(bytesLeft_) < data.size()) {
+      // A full disk: part of the range may land, the rest does not.
+      inner_->write(offset, data.first(static_cast<size_t>(bytesLeft_)));
+      bytesLeft_ = 0;
+      throwIo(name(), "write failed: No space left on device");
+    }
+    bytesLeft_ -= static_cast<int64_t>(data.size());
+  }
+  ++writes_;
+  inner_->write(offset, data);
+}
+
+void FaultyStore::sync() {
+  if (failSync_) throwIo(name(), "injected sync failure");
+  inner_->sync();
+}
+
+}  // namespace jet

@@ -1,0 +1,14 @@
+#include "frmMain.h"
+
+#include "ui_frmMain.h"
+
+frmMain::frmMain(QWidget* parent) : QMainWindow(parent), ui_(std::make_unique<Ui::frmMain>()) {
+  ui_->setupUi(this);
+  // Designer has no per-tab enabled flag; with no document open every tab is off. Disabling the
+  // current tab moves the selection on to the last one, so select the first tab again afterwards.
+  for (int i = 0; i < ui_->tabMain->count(); ++i) ui_->tabMain->setTabEnabled(i, false);
+  ui_->tabMain->setCurrentIndex(0);
+  connect(ui_->mnuFileExit, &QAction::triggered, this, &QWidget::close);
+}
+
+frmMain::~frmMain() = default;
