@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <map>
 #include <set>
 
 #include "jet/error.h"
@@ -315,7 +316,7 @@ void Database::scanRows(const TableDef& t, const std::function<bool(RowId, Bytes
     // like a deleted row, with a pointer left in its old slot. Rows are
     // listed where they are stored, so first collect the slots that live
     // pointers lead to; a target whose pointer slot was deleted stays dead.
-    std::set<RowId> targets;
+    std::map<RowId, RowId> targets;  // target slot -> the slot that names the row
     for (uint32_t pn : pages) {
       Bytes pg = page(pn);
       if (!isTablePage(pg)) continue;
@@ -324,7 +325,8 @@ void Database::scanRows(const TableDef& t, const std::function<bool(RowId, Bytes
         Slot s = slot(pg, pn, r);
         if ((s.raw & (kRowDeleted | kRowOverflow)) != kRowOverflow) continue;
         if (s.end - s.start < 4) throwCorrupt(pn, "overflow pointer shorter than 4 bytes");
-        targets.insert(RowId{u24le(&pg[s.start + 1]), pg[s.start]});
+        targets.emplace(RowId{u24le(&pg[s.start + 1]), pg[s.start]},
+                        RowId{pn, static_cast<uint8_t>(r)});
       }
     }
     for (uint32_t pn : pages) {
@@ -336,7 +338,10 @@ void Database::scanRows(const TableDef& t, const std::function<bool(RowId, Bytes
         Slot s = slot(pg, pn, r);
         uint16_t flags = s.raw & (kRowDeleted | kRowOverflow);
         if (flags == kRowDeleted) {
-          if (targets.erase(id) == 0) continue;
+          auto it = targets.find(id);
+          if (it == targets.end()) continue;
+          id = it->second;  // indexes and callers know the row by its first slot
+          targets.erase(it);
         } else if (flags != 0) {
           continue;
         }
@@ -345,11 +350,11 @@ void Database::scanRows(const TableDef& t, const std::function<bool(RowId, Bytes
       }
     }
     // Targets outside the table's own data pages: still rows of the table.
-    for (RowId id : targets) {
-      Bytes pg = page(id.page);
-      Slot s = slot(pg, id.page, id.row);
-      if (s.raw & kRowOverflow) throwCorrupt(id.page, "overflow pointer leads to another pointer");
-      lastRowPage_ = id.page;
+    for (const auto& [at, id] : targets) {
+      Bytes pg = page(at.page);
+      Slot s = slot(pg, at.page, at.row);
+      if (s.raw & kRowOverflow) throwCorrupt(at.page, "overflow pointer leads to another pointer");
+      lastRowPage_ = at.page;
       if (!fn(id, pg.subspan(s.start, s.end - s.start))) return;
     }
   });

@@ -108,8 +108,9 @@ class Database {
   std::vector<uint32_t> usageMapPages(uint32_t packedRowId);
 
   // Live rows of a table in storage order: data pages in owned-map order,
-  // rows in slot order; deleted rows skipped, overflow pointers followed.
-  // `fn` returns false to stop.
+  // rows in slot order, deleted rows skipped. A row moved to an overflow slot
+  // is listed where it is stored, under the id of the slot that points to it
+  // (the id its index entries carry). `fn` returns false to stop.
   void scanRows(const TableDef& t, const std::function<bool(RowId, Bytes)>& fn);
 
   // The bytes of the row at `id` after following an overflow pointer, or

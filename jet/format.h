@@ -188,6 +188,7 @@ struct Format {
   int indexNextPageOffset;
   int indexTailPageOffset;
   int indexPrefixLengthOffset;
+  int indexPrefixLengthSize;  // Jet 3 keeps one byte; the byte after it is unrelated
   int indexEntryMaskOffset;
   int indexEntryMaskSize;
 
@@ -204,7 +205,7 @@ inline constexpr Format kJet3Format{
     18, 0, 1, 3, 5, 7, 11, 11, 12, 13, -1, 14, 16,
     1, 39, 0, 0, 0, 20, 0, 0,
     1, 1, 2012, 255,
-    2, 4, 8, 12, 16, 20, 22, 226,
+    2, 4, 8, 12, 16, 20, 1, 22, 226,
     128, 1, 64, 2032};
 
 inline constexpr Format kJet4Format{
@@ -214,7 +215,7 @@ inline constexpr Format kJet4Format{
     25, 0, 5, 7, 9, 11, -1, 11, 12, 15, 16, 21, 23,
     2, 52, 4, 4, 5, 28, 4, 4,
     2, 2, 4060, 255,
-    2, 4, 12, 16, 20, 24, 27, 453,
+    2, 4, 12, 16, 20, 24, 2, 27, 453,
     64, 2, 64, 4076};
 
 }  // namespace jet

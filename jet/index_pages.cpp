@@ -23,7 +23,8 @@ IndexPage Database::readIndexPage(uint32_t n) {
     ip.prev = u32le(&pg[fmt_->indexPrevPageOffset]);
     ip.next = u32le(&pg[fmt_->indexNextPageOffset]);
     ip.tail = u32le(&pg[fmt_->indexTailPageOffset]);
-    ip.prefixLength = u16le(&pg[fmt_->indexPrefixLengthOffset]);
+    ip.prefixLength = fmt_->indexPrefixLengthSize == 1 ? pg[fmt_->indexPrefixLengthOffset]
+                                                        : u16le(&pg[fmt_->indexPrefixLengthOffset]);
 
     const size_t maskPos = fmt_->indexEntryMaskOffset;
     const size_t dataPos = maskPos + fmt_->indexEntryMaskSize;
@@ -58,7 +59,7 @@ IndexPage Database::readIndexPage(uint32_t n) {
         const uint8_t* tailBytes = full.data() + full.size() - pointerSize;
         e.row = RowId{u24be(tailBytes), tailBytes[3]};
         if (!ip.leaf) e.child = u32be(tailBytes + 4);
-        full.resize(full.size() - pointerSize);
+        full.erase(full.end() - static_cast<long>(pointerSize), full.end());
         e.key = std::move(full);
         ip.entries.push_back(std::move(e));
         last = end;

@@ -109,8 +109,6 @@ std::vector<uint8_t> Database::readLongValue(Bytes h, uint32_t pageNo) {
                                 std::to_string(data.size()));
     return {data.begin(), data.begin() + length};
   }
-  if (word & ~kLvalLengthMask)
-    throwCorrupt(pageNo, "unknown long value flags " + std::to_string(word >> 30));
   std::vector<uint8_t> out;
   out.reserve(length);
   std::set<uint32_t> seen;

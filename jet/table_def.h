@@ -24,6 +24,11 @@ struct RowId {
   auto operator<=>(const RowId&) const = default;
 };
 
+// For test failure messages.
+inline std::string toString(RowId r) {
+  return "page " + std::to_string(r.page) + " row " + std::to_string(r.row);
+}
+
 struct ColumnDef {
   std::string name;
   uint8_t type = 0;

@@ -55,7 +55,7 @@ DateTime fromCivil(const CivilTime& t) {
 }
 
 std::string decimalToString(const Decimal& d) {
-  // 96-bit magnitude to decimal digits by repeated division.
+  // The magnitude to decimal digits by repeated division.
   std::array<uint32_t, 4> m = d.magnitude;
   std::string digits;
   while (m[0] || m[1] || m[2] || m[3]) {

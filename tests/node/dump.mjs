@@ -4,6 +4,8 @@
 //   node dump.mjs FILE.mdb          user table names, one per line
 //   node dump.mjs FILE.mdb TABLE    every row of TABLE as one JSON object per line,
 //                                   keys in column order
+//   node dump.mjs --columns FILE.mdb TABLE
+//                                   TABLE's columns, one JSON object per line
 //
 // Values are made JSON-safe: Date -> ISO string, binary -> {"hex": "..."}, bigint -> string.
 // NaN and the infinities become the strings "NaN", "Infinity", "-Infinity" rather than the null
@@ -31,6 +33,13 @@ function jsonSafe(value) {
 }
 
 function main(args) {
+  if (args[0] === "--columns") {
+    if (args.length !== 3) throw new Error("usage: node dump.mjs --columns FILE.mdb TABLE");
+    const table = new MDBReader(readFileSync(args[1])).getTable(args[2]);
+    const lines = table.getColumns().map((column) => JSON.stringify(jsonSafe(column)) + "\n");
+    process.stdout.write(lines.join(""));
+    return;
+  }
   if (args.length < 1 || args.length > 2) {
     throw new Error("usage: node dump.mjs FILE.mdb [TABLE]");
   }

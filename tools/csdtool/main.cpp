@@ -18,6 +18,7 @@ const char kUsage[] =
     "Commands:\n"
     "  tables FILE            list the user tables, one a line, in catalog order\n"
     "  schema FILE [TABLE]    show columns and indexes of one table or of all user tables\n"
+    "  columns FILE TABLE     one line per column: name, type, size in bytes, flags (tab-separated)\n"
     "  export FILE TABLE      write a table as CSV (the layout of mdb-export)\n"
     "\n"
     "Options:\n"
@@ -51,6 +52,12 @@ int run(const std::vector<std::string>& args) {
       std::cout << "\n";
       csdtool::printSchema(*db, db->table(n), std::cout);
     }
+    return 0;
+  }
+  if (cmd == "columns") {
+    if (args.size() != 3) return usageError("columns takes FILE TABLE");
+    auto db = jet::Database::openFile(args[1]);
+    csdtool::printColumns(db->table(args[2]), std::cout);
     return 0;
   }
   if (cmd == "export") {

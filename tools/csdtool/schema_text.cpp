@@ -16,6 +16,21 @@ void printHeader(Database& db, std::ostream& out) {
   out << (h.hasPassword ? ", password set" : "") << "\n";
 }
 
+void printColumns(const TableDef& t, std::ostream& out) {
+  for (const ColumnDef& c : t.columns) {
+    out << c.name << '\t' << typeName(c.type) << '\t' << c.length << '\t';
+    const char* sep = "";
+    auto flag = [&](bool on, const char* name) {
+      if (on) out << sep << name, sep = ",";
+    };
+    flag(c.isFixed(), "fixed");
+    flag(c.flags & colflag::kNullable, "nullable");
+    flag(c.isAutoNumber(), "autonumber");
+    flag(c.isAutoGuid(), "autoguid");
+    out << '\n';
+  }
+}
+
 void printSchema(Database& db, const TableDef& t, std::ostream& out) {
   (void)db;
   out << "Table: " << t.name << (t.isSystem() ? " (system)" : "") << "\n"

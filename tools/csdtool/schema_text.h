@@ -9,6 +9,9 @@
 namespace csdtool {
 
 void printSchema(jet::Database& db, const jet::TableDef& table, std::ostream& out);
+// Tab-separated: name, type name, declared size in bytes, then flags among
+// "fixed", "nullable", "autonumber", "autoguid".
+void printColumns(const jet::TableDef& table, std::ostream& out);
 void printHeader(jet::Database& db, std::ostream& out);
 
 }  // namespace csdtool
