@@ -15,6 +15,7 @@ namespace {
 // Overflow pointers lead from a row slot to the row's real place; Jet never
 // chains them, so more than a couple of hops means a damaged file.
 constexpr int kMaxOverflowHops = 4;
+constexpr uint32_t kReadAheadPages = 16;
 
 void rc4Mask(std::span<uint8_t> data, std::span<const uint8_t> key) {
   std::array<uint8_t, 256> s;
@@ -127,9 +128,17 @@ Bytes Database::page(uint32_t n) {
   if (n >= pageCount_)
     throwCorrupt(n, "page past end of file (" + std::to_string(pageCount_) + " pages)");
   if (!pages_[n]) {
-    auto buf = std::make_unique<uint8_t[]>(fmt_->pageSize);
-    store_->read(static_cast<uint64_t>(n) * fmt_->pageSize, {buf.get(), fmt_->pageSize});
-    pages_[n] = std::move(buf);
+    // Read a run of pages not yet loaded in one request: tables and indexes
+    // mostly sit in runs of neighbouring pages.
+    uint32_t last = n + 1;
+    while (last < pageCount_ && last - n < kReadAheadPages && !pages_[last]) ++last;
+    const size_t size = fmt_->pageSize;
+    std::unique_ptr<uint8_t[]> run(new uint8_t[size * (last - n)]);
+    store_->read(static_cast<uint64_t>(n) * size, {run.get(), size * (last - n)});
+    for (uint32_t k = n; k < last; ++k) {
+      pages_[k].reset(new uint8_t[size]);
+      std::memcpy(pages_[k].get(), run.get() + (k - n) * size, size);
+    }
   }
   return {pages_[n].get(), fmt_->pageSize};
 }
@@ -214,6 +223,7 @@ const TableDef& Database::table(std::string_view name) {
 
 std::vector<uint32_t> Database::usageMapPages(uint32_t packed) {
   return guarded([&] {
+    if (packed == 0) return std::vector<uint32_t>{};  // no map kept
     RowId at = RowId::unpack(packed);
     std::optional<Bytes> row = rowData(at);
     if (!row || row->empty())

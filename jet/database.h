@@ -18,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,6 +32,11 @@
 #include "jet/value.h"
 
 namespace jet {
+
+struct IndexNodeCache;
+struct IndexNodeCacheDeleter {
+  void operator()(IndexNodeCache* c) const;
+};
 
 struct HeaderInfo {
   Version version = Version::kJet4;
@@ -128,7 +134,72 @@ class Database {
   // Every entry of an index, in stored (key) order.
   std::vector<IndexEntry> readIndex(const RealIndex& index);
 
+  // ---- Writing (Jet 4 files opened writable) ----
+  //
+  // Changes go to pages held in memory; flush() writes them out and syncs.
+  // Each row operation either completes or leaves every page as it was, and
+  // savepoints let a caller undo a whole series of operations. Nothing is
+  // written to the store before flush(), so a failed or abandoned session
+  // leaves the file as it was; a flush that fails part-way leaves it
+  // damaged, which is why callers edit a copy (see jet/FORMAT.md).
+
+  // Why this engine will not write to the table (another sort order, an
+  // index it cannot keep, a read-only or Jet 3 file), or "" if it will.
+  std::string whyNotWritable(const TableDef& t);
+
+  // Row values in TableDef::columns order. AutoNumber columns left Null get
+  // the next number. Returns the new row's id. Raises error 3022's JetError
+  // (kind kDuplicate) if a unique index would hold the key twice, and
+  // kInvalid if a value does not fit its column; nothing is changed then.
+  RowId insertRow(const TableDef& t, std::vector<Value> values);
+  void updateRow(const TableDef& t, RowId id, std::vector<Value> values);
+  void deleteRow(const TableDef& t, RowId id);
+  // Consumes and returns the table's next AutoNumber value.
+  int32_t takeAutoNumber(const TableDef& t);
+
+  size_t savepoint();
+  void rollbackTo(size_t savepoint);  // undoes everything since, and closes it
+  void release(size_t savepoint);     // keeps the changes, closes it
+  size_t openSavepoints() const { return frames_.size(); }
+
+  bool hasUnflushedChanges() const { return !dirty_.empty(); }
+  // Writes every changed page and syncs. Not allowed inside a savepoint.
+  void flush();
+
+  // Page-level tools for the writer's parts.
+  uint8_t* mutablePage(uint32_t n);
+  uint32_t allocatePage();
+  // Clears a page no structure refers to any more and marks it free.
+  void freePage(uint32_t n);
+  void addToUsageMap(uint32_t packedRowId, uint32_t page);
+  void removeFromUsageMap(uint32_t packedRowId, uint32_t page);
+  // Replaces the bytes of a slot on a data page, moving the other rows as
+  // needed; false if the page lacks the room.
+  bool rewriteSlot(uint32_t page, unsigned row, Bytes bytes, uint16_t flags);
+  // Appends a slot to a data page; returns its number, or -1 if it lacks room.
+  int appendSlot(uint32_t page, Bytes bytes, uint16_t flags);
+  TableDef& mutableTable(const TableDef& t);
+
  private:
+  struct Frame {
+    std::map<uint32_t, std::unique_ptr<uint8_t[]>> originals;  // null: allocated inside
+    uint32_t pageCount = 0;
+  };
+  void reloadTables();
+  std::unique_ptr<uint8_t[]> takeBuffer();
+  void recycle(Frame& f);
+  void requireWritable(const TableDef& t);
+  void writeTableHeader(const TableDef& t);
+  uint32_t dataPageWithRoom(const TableDef& t, size_t rowSize);
+  std::vector<uint8_t> encodeRowFor(const TableDef& t, const std::vector<Value>& values);
+  std::vector<uint8_t> writeLongValue(const TableDef& t, const ColumnDef& c, Bytes data,
+                                      size_t roomInRow);
+  void freeLongValues(const TableDef& t, Bytes row);
+  void indexInsert(const TableDef& t, const RealIndex& ri, std::vector<uint8_t> key, RowId id);
+  void indexRemove(const TableDef& t, const RealIndex& ri, const std::vector<uint8_t>& key,
+                   RowId id);
+  bool indexContainsKey(const TableDef& t, const RealIndex& ri, const std::vector<uint8_t>& key,
+                        RowId except);
   explicit Database(std::unique_ptr<PageStore> store);
   void readHeader();
   std::vector<uint8_t> loadTableDefBytes(uint32_t page, std::vector<uint32_t>& pages);
@@ -150,6 +221,13 @@ class Database {
   std::vector<std::unique_ptr<uint8_t[]>> pages_;
   std::optional<std::vector<CatalogEntry>> catalog_;
   std::map<uint32_t, std::unique_ptr<TableDef>> tables_;
+  std::vector<Frame> frames_;
+  std::vector<std::unique_ptr<uint8_t[]>> spare_;  // page buffers for undo images
+  std::map<uint32_t, uint32_t> lastDataPage_;  // table -> page the last row went to
+  std::map<uint32_t, uint32_t> lvalPage_;      // table -> page long values go to
+  std::map<uint32_t, std::string> writableVerdict_;  // table -> whyNotWritable()
+  std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter> indexCache_;
+  std::set<uint32_t> dirty_;
   uint32_t lastRowPage_ = 0;  // page of the row last returned, for error messages
 };
 

@@ -17,6 +17,7 @@ class JetError : public std::runtime_error {
     kUnsupported,  // valid Jet, but something this engine does not handle
     kNotFound,     // a table, column or index that does not exist
     kInvalid,      // a caller's request that cannot be carried out
+    kDuplicate,    // a unique index would hold a key twice (Jet's error 3022)
   };
 
   JetError(Kind kind, std::string message)
@@ -27,6 +28,13 @@ class JetError : public std::runtime_error {
  private:
   Kind kind_;
 };
+
+// Jet's own words for a duplicate key (its error 3022).
+inline constexpr char kDuplicateKeyText[] =
+    "The changes you requested to the table were not successful because they would create "
+    "duplicate values in the index, primary key, or relationship. Change the data in the field "
+    "or fields that contain duplicate data, remove the index, or redefine the index to permit "
+    "duplicate entries and try again.";
 
 // "page 57: row offset 4100 past end of page"
 [[noreturn]] void throwCorrupt(uint32_t page, const std::string& fault);

@@ -3,6 +3,7 @@
 // engine uses is named here, once.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace jet {
@@ -46,6 +47,9 @@ constexpr uint32_t kCatalogTdefPage = 2;  // MSysObjects
 constexpr uint16_t kRowDeleted = 0x8000;
 constexpr uint16_t kRowOverflow = 0x4000;  // row holds a 4-byte pointer to the real row
 constexpr uint16_t kRowOffsetMask = 0x1FFF;
+
+// The smallest row the writer stores: room for an overflow pointer.
+constexpr size_t kMinRowSize = 4;
 
 // Column types.
 namespace coltype {

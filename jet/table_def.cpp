@@ -218,6 +218,20 @@ TableDef parseTableDef(const Format& fmt, std::vector<uint8_t> raw, uint32_t pag
   }
   for (LogicalIndex& li : t.indexes) li.name = readName(c, fmt, dbCodePage);
 
+  // Jet 4 closes the definition with the usage maps of long value columns,
+  // ended by 0xFFFF; some files stop short of the terminator.
+  while (c.remaining() >= 2) {
+    size_t at = c.pos();
+    uint16_t num = c.u16();
+    if (num == kNoColumn || c.remaining() < 8) break;
+    ColumnUsageMaps m;
+    m.columnNumber = num;
+    m.defOffset = at;
+    m.ownedPages = c.u32();
+    m.freeSpacePages = c.u32();
+    t.columnMaps.push_back(m);
+  }
+
   t.raw = std::move(raw);
   return t;
 }

@@ -95,6 +95,14 @@ struct LogicalIndex {
   bool foreignKey() const { return type == kIndexTypeForeign; }
 };
 
+// Long value pages of a memo or OLE column, where the table keeps them apart.
+struct ColumnUsageMaps {
+  uint16_t columnNumber = 0;
+  uint32_t ownedPages = 0;
+  uint32_t freeSpacePages = 0;
+  size_t defOffset = 0;
+};
+
 struct TableDef {
   std::string name;
   uint32_t tdefPage = 0;
@@ -109,6 +117,7 @@ struct TableDef {
   std::vector<ColumnDef> columns;  // ordered by column number
   std::vector<RealIndex> realIndexes;
   std::vector<LogicalIndex> indexes;
+  std::vector<ColumnUsageMaps> columnMaps;
   std::vector<uint8_t> raw;  // the definition as stored, continuation headers removed
 
   const ColumnDef* findColumn(std::string_view name) const;  // ignores case

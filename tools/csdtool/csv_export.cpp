@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace csdtool {
 namespace {
@@ -10,9 +11,13 @@ using namespace jet;
 
 void appendQuoted(std::string& out, const char* data, size_t n) {
   out.push_back('"');
-  for (size_t i = 0; i < n; ++i) {
-    if (data[i] == '"') out.push_back('"');
-    out.push_back(data[i]);
+  const char* end = data + n;
+  while (data < end) {
+    const char* q = static_cast<const char*>(std::memchr(data, '"', static_cast<size_t>(end - data)));
+    const char* stop = q ? q + 1 : end;
+    out.append(data, stop);
+    if (q) out.push_back('"');
+    data = stop;
   }
   out.push_back('"');
 }

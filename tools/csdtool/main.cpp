@@ -1,14 +1,24 @@
 // csdtool: the command-line companion of the editor. Reads schema files
 // (and any Jet 3 / Jet 4 database) for people and for tests.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <functional>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "jet/check.h"
 #include "jet/database.h"
 #include "jet/error.h"
 #include "tools/csdtool/csv_export.h"
 #include "tools/csdtool/schema_text.h"
+#include "tools/csdtool/value_text.h"
 
 namespace {
 
@@ -20,6 +30,20 @@ const char kUsage[] =
     "  schema FILE [TABLE]    show columns and indexes of one table or of all user tables\n"
     "  columns FILE TABLE     one line per column: name, type, size in bytes, flags (tab-separated)\n"
     "  export FILE TABLE      write a table as CSV (the layout of mdb-export)\n"
+    "  check FILE             verify the file's structure; one line per fault, exit 1 if any\n"
+    "  insert FILE TABLE COL=VALUE...\n"
+    "                         add a row; prints its AutoNumber key where the table has one\n"
+    "  update FILE TABLE --where COL=VALUE... --set COL=VALUE...\n"
+    "                         change the matching rows; prints how many changed\n"
+    "  delete FILE TABLE COL=VALUE...\n"
+    "                         delete the matching rows; prints how many went\n"
+    "\n"
+    "Values: numbers, text, NULL, dates as 2024-05-01 or 2024-05-01 13:45:00, true/false,\n"
+    "binary as 0x0A1B, GUIDs as {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}. 'NULL' in single\n"
+    "quotes is the text NULL. Text matches without regard to case.\n"
+    "\n"
+    "Edits work on a copy of FILE that replaces it only once complete and on disk; on any\n"
+    "error FILE is left as it was.\n"
     "\n"
     "Options:\n"
     "  --help                 show this text\n"
@@ -30,6 +54,97 @@ const char kUsage[] =
 int usageError(const std::string& what) {
   std::cerr << "csdtool: " << what << " (see csdtool --help)\n";
   return 1;
+}
+
+[[noreturn]] void ioFail(const std::string& path, const std::string& what) {
+  throw jet::JetError(jet::JetError::Kind::kIo, path + ": " + what + ": " + std::strerror(errno));
+}
+
+// Applies `edit` to a copy of `path` and puts the copy in its place once it
+// is complete and synced, so the file is never left half-written.
+void editSafely(const std::string& path, const std::function<void(jet::Database&)>& edit) {
+  int in = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (in < 0) ioFail(path, "cannot open");
+  struct stat st{};
+  if (fstat(in, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(in);
+    errno = EINVAL;
+    ioFail(path, "not a regular file");
+  }
+  std::string tmp = path + ".csdtool-XXXXXX";
+  int out = ::mkstemp(tmp.data());
+  if (out < 0) {
+    ::close(in);
+    ioFail(path, "cannot create a working copy beside it");
+  }
+  auto cleanup = [&] { ::unlink(tmp.c_str()); };
+  try {
+    std::vector<char> buf(1 << 20);
+    while (true) {
+      ssize_t n = ::read(in, buf.data(), buf.size());
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) ioFail(path, "read failed");
+      if (n == 0) break;
+      for (ssize_t done = 0; done < n;) {
+        ssize_t w = ::write(out, buf.data() + done, static_cast<size_t>(n - done));
+        if (w < 0 && errno == EINTR) continue;
+        if (w < 0) ioFail(tmp, "write failed");
+        done += w;
+      }
+    }
+    ::fchmod(out, st.st_mode & 07777);
+    ::close(in);
+    in = -1;
+    ::close(out);
+    out = -1;
+    try {
+      auto db = jet::Database::openFile(tmp, true);
+      edit(*db);
+      db->flush();
+    } catch (const jet::JetError& e) {
+      // Speak of the user's file, not of the working copy.
+      std::string msg = e.what();
+      for (size_t at; (at = msg.find(tmp)) != std::string::npos;) msg.replace(at, tmp.size(), path);
+      throw jet::JetError(e.kind(), msg);
+    }
+    if (::rename(tmp.c_str(), path.c_str()) != 0) ioFail(path, "cannot replace it");
+    std::string dir = std::filesystem::path(path).parent_path().string();
+    int dfd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dfd >= 0) {
+      ::fsync(dfd);
+      ::close(dfd);
+    }
+  } catch (...) {
+    if (in >= 0) ::close(in);
+    if (out >= 0) ::close(out);
+    cleanup();
+    throw;
+  }
+}
+
+// Reads COL=VALUE arguments against the table's columns.
+std::vector<std::pair<size_t, jet::Value>> assignments(const jet::TableDef& t,
+                                                       const std::vector<std::string>& args) {
+  std::vector<std::pair<size_t, jet::Value>> out;
+  for (const std::string& a : args) {
+    auto [name, text] = csdtool::splitAssignment(a);
+    const jet::ColumnDef* c = t.findColumn(name);
+    if (!c) throw std::invalid_argument("table '" + t.name + "' has no column '" + name + "'");
+    out.emplace_back(static_cast<size_t>(c - t.columns.data()), csdtool::parseValue(*c, text));
+  }
+  return out;
+}
+
+std::vector<jet::RowId> matchingRows(jet::Database& db, const jet::TableDef& t,
+                                     const std::vector<std::pair<size_t, jet::Value>>& where) {
+  std::vector<jet::RowId> ids;
+  db.scanRows(t, [&](jet::RowId id, jet::Bytes row) {
+    for (const auto& [i, v] : where)
+      if (!csdtool::sameValue(db.decodeColumn(t, t.columns[i], row), v)) return true;
+    ids.push_back(id);
+    return true;
+  });
+  return ids;
 }
 
 int run(const std::vector<std::string>& args) {
@@ -69,6 +184,69 @@ int run(const std::vector<std::string>& args) {
       std::cerr << "csdtool: " << args[1] << ": could not write the output\n";
       return 1;
     }
+    return 0;
+  }
+  if (cmd == "check") {
+    if (args.size() != 2) return usageError("check takes one FILE");
+    auto db = jet::Database::openFile(args[1]);
+    std::vector<std::string> faults = jet::checkDatabase(*db);
+    for (const std::string& f : faults) std::cout << args[1] << ": " << f << "\n";
+    return faults.empty() ? 0 : 1;
+  }
+  if (cmd == "insert") {
+    if (args.size() < 4) return usageError("insert takes FILE TABLE COL=VALUE...");
+    editSafely(args[1], [&](jet::Database& db) {
+      const jet::TableDef& t = db.table(args[2]);
+      std::vector<jet::Value> values(t.columns.size());
+      for (auto& [i, v] : assignments(t, {args.begin() + 3, args.end()})) values[i] = v;
+      jet::RowId id = db.insertRow(t, values);
+      std::vector<jet::Value> stored = db.decodeRow(t, *db.rowData(id));
+      for (size_t i = 0; i < t.columns.size(); ++i)
+        if (t.columns[i].isAutoNumber()) std::cout << csdtool::csvField(t.columns[i], stored[i]) << "\n";
+    });
+    return 0;
+  }
+  if (cmd == "update") {
+    std::vector<std::string> where, set;
+    std::vector<std::string>* into = nullptr;
+    for (size_t i = 3; i < args.size(); ++i) {
+      if (args[i] == "--where") {
+        into = &where;
+      } else if (args[i] == "--set") {
+        into = &set;
+      } else if (into) {
+        into->push_back(args[i]);
+      } else {
+        return usageError("update takes FILE TABLE --where COL=VALUE... --set COL=VALUE...");
+      }
+    }
+    if (args.size() < 3 || set.empty())
+      return usageError("update takes FILE TABLE --where COL=VALUE... --set COL=VALUE...");
+    size_t changed = 0;
+    editSafely(args[1], [&](jet::Database& db) {
+      const jet::TableDef& t = db.table(args[2]);
+      auto sets = assignments(t, set);
+      for (jet::RowId id : matchingRows(db, t, assignments(t, where))) {
+        std::vector<jet::Value> values = db.decodeRow(t, *db.rowData(id));
+        for (const auto& [i, v] : sets) values[i] = v;
+        db.updateRow(t, id, values);
+        ++changed;
+      }
+    });
+    std::cout << changed << "\n";
+    return 0;
+  }
+  if (cmd == "delete") {
+    if (args.size() < 4) return usageError("delete takes FILE TABLE COL=VALUE...");
+    size_t gone = 0;
+    editSafely(args[1], [&](jet::Database& db) {
+      const jet::TableDef& t = db.table(args[2]);
+      for (jet::RowId id : matchingRows(db, t, assignments(t, {args.begin() + 3, args.end()}))) {
+        db.deleteRow(t, id);
+        ++gone;
+      }
+    });
+    std::cout << gone << "\n";
     return 0;
   }
   return usageError("unknown command '" + cmd + "'");

@@ -1,0 +1,329 @@
+#include "jet/check.h"
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <set>
+
+#include "jet/error.h"
+#include "jet/index_key.h"
+#include "jet/row_layout.h"
+
+namespace jet {
+namespace {
+
+class Checker {
+ public:
+  explicit Checker(Database& db) : db_(db), fmt_(db.format()) {}
+
+  std::vector<std::string> run() {
+    try {
+      scanPages();
+      for (const CatalogEntry& e : db_.catalog()) {
+        if (!e.isTable()) continue;
+        try {
+          checkTable(db_.tableAtPage(e.tdefPage(), e.name), e.isUserTable());
+        } catch (const JetError& err) {
+          fault("table '" + e.name + "': " + err.what());
+        }
+      }
+      checkGlobalMap();
+    } catch (const JetError& err) {
+      fault(err.what());
+    }
+    return faults_;
+  }
+
+ private:
+  void fault(std::string s) {
+    // The caller names the file; drop it where an engine error carries it.
+    for (const std::string& prefix : {db_.fileName() + ": "}) {
+      size_t at = s.find(prefix);
+      while (at != std::string::npos) {
+        s.erase(at, prefix.size());
+        at = s.find(prefix);
+      }
+    }
+    faults_.push_back(std::move(s));
+  }
+
+  // Pages marked free in the global map, as far as the map reaches.
+  bool isFree(uint32_t n) {
+    Bytes pg = db_.page(1);
+    uint32_t start = u16le(&pg[fmt_.dataRowTableOffset]) & kRowOffsetMask;
+    if (start + 5 > fmt_.pageSize || pg[start] != kUsageMapInline) return false;
+    uint32_t first = u32le(&pg[start + 1]);
+    if (n < first) return false;
+    uint64_t bit = n - first;
+    if (start + 5 + bit / 8 >= fmt_.pageSize) return false;
+    return pg[start + 5 + bit / 8] & (1 << (bit % 8));
+  }
+
+  void scanPages() {
+    // A freed page keeps its old bytes; only pages in use count.
+    for (uint32_t n = 0; n < db_.pageCount(); ++n) {
+      Bytes pg = db_.page(n);
+      if (pg[0] == page::kData && !isFree(n))
+        dataPagesOf_[u32le(&pg[fmt_.dataTdefOffset])].insert(n);
+    }
+    used_.insert(0);
+    used_.insert(1);
+  }
+
+  void checkDataPage(uint32_t n) {
+    Bytes pg = db_.page(n);
+    unsigned count = u16le(&pg[fmt_.dataRowCountOffset]);
+    if (count > static_cast<unsigned>(fmt_.maxRowsPerPage)) {
+      fault("page " + std::to_string(n) + ": " + std::to_string(count) + " rows");
+      return;
+    }
+    size_t usedBytes = 0;
+    uint32_t prev = fmt_.pageSize;
+    for (unsigned r = 0; r < count; ++r) {
+      uint16_t raw = u16le(&pg[fmt_.dataRowTableOffset + 2 * r]);
+      uint32_t start = raw & kRowOffsetMask;
+      if (start > prev || start < fmt_.dataRowTableOffset + 2 * count) {
+        fault("page " + std::to_string(n) + ": row " + std::to_string(r) + " bounds " +
+              std::to_string(start) + ".." + std::to_string(prev));
+        return;
+      }
+      usedBytes += prev - start;
+      prev = start;
+    }
+    size_t expect = fmt_.pageSize - fmt_.dataRowTableOffset - 2 * count - usedBytes;
+    unsigned stored = u16le(&pg[fmt_.dataFreeSpaceOffset]);
+    if (stored != expect)
+      fault("page " + std::to_string(n) + ": free space " + std::to_string(stored) +
+            ", rows leave " + std::to_string(expect));
+  }
+
+  std::set<uint32_t> mapPages(uint32_t packed, const std::string& what) {
+    if (packed == 0) return {};  // no map kept
+    RowId at = RowId::unpack(packed);
+    used_.insert(at.page);
+    std::vector<uint32_t> pages = db_.usageMapPages(packed);
+    // Reference maps live on pages of their own.
+    Bytes pg = db_.page(at.page);
+    uint16_t raw = u16le(&pg[fmt_.dataRowTableOffset + 2 * at.row]);
+    uint32_t start = raw & kRowOffsetMask;
+    if (pg[start] == kUsageMapReference) {
+      uint32_t end = at.row == 0 ? fmt_.pageSize
+                                 : u16le(&pg[fmt_.dataRowTableOffset + 2 * (at.row - 1)]) &
+                                       kRowOffsetMask;
+      for (uint32_t p = start + 1; p + 4 <= end; p += 4)
+        if (uint32_t m = u32le(&pg[p])) used_.insert(m);
+    }
+    (void)what;
+    return {pages.begin(), pages.end()};
+  }
+
+  void checkTable(const TableDef& t, bool user) {
+    const std::string name = "table '" + t.name + "'";
+    for (uint32_t p : t.pages) used_.insert(p);
+    std::set<uint32_t> owned = mapPages(t.ownedPages, name);
+    std::set<uint32_t> withSpace = mapPages(t.freeSpacePages, name);
+    const std::set<uint32_t>& actual = dataPagesOf_[t.tdefPage];
+    for (uint32_t p : owned)
+      if (!actual.count(p))
+        fault(name + ": owned-pages map lists page " + std::to_string(p) +
+              ", which is not one of its data pages");
+    for (uint32_t p : actual) {
+      used_.insert(p);
+      if (!owned.count(p))
+        fault(name + ": data page " + std::to_string(p) + " is missing from its owned-pages map");
+      checkDataPage(p);
+    }
+    for (uint32_t p : withSpace)
+      if (!owned.count(p))
+        fault(name + ": free-space map lists page " + std::to_string(p) + ", which it does not own");
+    for (const ColumnUsageMaps& m : t.columnMaps) {
+      for (uint32_t p : mapPages(m.ownedPages, name)) used_.insert(p);
+      mapPages(m.freeSpacePages, name);
+    }
+
+    std::map<RowId, std::vector<Value>> rows;
+    db_.scanRows(t, [&](RowId id, Bytes row) {
+      try {
+        rows[id] = db_.decodeRow(t, row);
+        markLongValues(t, row);
+      } catch (const JetError& e) {
+        fault(name + ": " + e.what());
+      }
+      return true;
+    });
+    if (user && rows.size() != t.rowCount)
+      fault(name + ": definition counts " + std::to_string(t.rowCount) + " rows, it holds " +
+            std::to_string(rows.size()));
+    for (size_t i = 0; i < t.columns.size(); ++i) {
+      if (!t.columns[i].isAutoNumber() || t.columns[i].type != coltype::kLong) continue;
+      for (const auto& [id, v] : rows)
+        if (auto p = std::get_if<int32_t>(&v[i]); p && *p > 0 &&
+                                                   static_cast<uint32_t>(*p) > t.nextAutoNumber)
+          fault(name + ": AutoNumber " + std::to_string(*p) + " in column '" +
+                t.columns[i].name + "' is past the counter " + std::to_string(t.nextAutoNumber));
+    }
+    for (const RealIndex& ri : t.realIndexes) checkIndex(t, ri, rows);
+  }
+
+  void markLongValues(const TableDef& t, Bytes row) {
+    RowLayout l = RowLayout::of(fmt_, t, row, 0);
+    for (const ColumnDef& c : t.columns) {
+      if (!c.isLongValue() || !l.present(c)) continue;
+      Bytes h = l.bytesOf(fmt_, c, row, 0);
+      if (h.size() < static_cast<size_t>(kLongValueHeaderSize)) continue;
+      uint32_t word = u32le(h.data());
+      if (word & kLvalInline) continue;
+      RowId at = RowId::unpack(u32le(h.data() + 4));
+      std::set<uint32_t> seen;
+      while (at.page != 0 && seen.insert(at.pack()).second) {
+        used_.insert(at.page);
+        if (word & kLvalSinglePage) break;
+        std::optional<Bytes> link = rawSlot(at);
+        if (!link || link->size() < 4) break;
+        at = RowId::unpack(u32le(link->data()));
+      }
+    }
+  }
+
+  std::optional<Bytes> rawSlot(RowId at) {
+    Bytes pg = db_.page(at.page);
+    unsigned count = u16le(&pg[fmt_.dataRowCountOffset]);
+    if (at.row >= count) return std::nullopt;
+    uint32_t start = u16le(&pg[fmt_.dataRowTableOffset + 2 * at.row]) & kRowOffsetMask;
+    uint32_t end = at.row == 0 ? fmt_.pageSize
+                               : u16le(&pg[fmt_.dataRowTableOffset + 2 * (at.row - 1)]) &
+                                     kRowOffsetMask;
+    if (start > end || end > fmt_.pageSize) return std::nullopt;
+    return pg.subspan(start, end - start);
+  }
+
+  void checkIndex(const TableDef& t, const RealIndex& ri,
+                  const std::map<RowId, std::vector<Value>>& rows) {
+    const std::string name =
+        "table '" + t.name + "' index " + std::to_string(ri.number) + indexName(t, ri);
+    std::set<uint32_t> owned = mapPages(ri.usageMap, name);
+    std::set<uint32_t> tree;
+    std::vector<IndexPage> leaves;
+    std::function<void(uint32_t, int)> visit = [&](uint32_t n, int depth) {
+      if (depth > 32 || !tree.insert(n).second) {
+        fault(name + ": page " + std::to_string(n) + " reached twice or too deep");
+        return;
+      }
+      IndexPage ip = db_.readIndexPage(n);
+      if (u32le(&db_.page(n)[fmt_.indexParentOffset]) != t.tdefPage)
+        fault(name + ": page " + std::to_string(n) + " names another table");
+      size_t bytes = 0;
+      for (size_t i = 0; i < ip.entries.size(); ++i)
+        bytes += ip.entries[i].key.size() + (ip.leaf ? 4 : 8) - (i ? ip.prefixLength : 0);
+      size_t area = fmt_.pageSize - fmt_.indexEntryMaskOffset - fmt_.indexEntryMaskSize;
+      if (ip.freeSpace != area - bytes)
+        fault(name + ": page " + std::to_string(n) + " free space " +
+              std::to_string(ip.freeSpace) + ", entries leave " + std::to_string(area - bytes));
+      if (ip.leaf) {
+        leaves.push_back(std::move(ip));
+        return;
+      }
+      for (const auto& e : ip.entries) visit(e.child, depth + 1);
+      if (ip.tail && (ip.entries.empty() || ip.entries.back().child != ip.tail))
+        visit(ip.tail, depth + 1);
+    };
+    if (ri.rootPage) visit(ri.rootPage, 0);
+    for (uint32_t p : tree) used_.insert(p);
+    if (owned != tree && !(tree.size() == 1 && owned.empty()))
+      fault(name + ": usage map lists " + std::to_string(owned.size()) +
+            " pages, the tree has " + std::to_string(tree.size()));
+    for (size_t i = 0; i < leaves.size(); ++i) {
+      uint32_t prev = i ? leaves[i - 1].number : 0;
+      uint32_t next = i + 1 < leaves.size() ? leaves[i + 1].number : 0;
+      if (leaves[i].prev != prev || leaves[i].next != next)
+        fault(name + ": leaf " + std::to_string(leaves[i].number) + " links to " +
+              std::to_string(leaves[i].prev) + "/" + std::to_string(leaves[i].next) +
+              ", its neighbours are " + std::to_string(prev) + "/" + std::to_string(next));
+    }
+
+    std::vector<IndexEntry> stored;
+    for (IndexPage& lp : leaves)
+      for (auto& e : lp.entries) stored.push_back({std::move(e.key), e.row});
+    for (size_t i = 1; i < stored.size(); ++i) {
+      const IndexEntry& a = stored[i - 1];
+      const IndexEntry& b = stored[i];
+      if (!(a.key < b.key || (a.key == b.key && a.row < b.row))) {
+        fault(name + ": entries out of order at entry " + std::to_string(i));
+        break;
+      }
+      if (ri.unique() && a.key == b.key && !allNull(ri, rows, a.row))
+        fault(name + ": unique index holds a key twice (rows at page " +
+              std::to_string(a.row.page) + " and page " + std::to_string(b.row.page) + ")");
+    }
+
+    std::string why;
+    if (!canEncodeIndex(fmt_, t, ri, &why)) {
+      if (!ri.ignoreNulls() && stored.size() != rows.size())
+        fault(name + ": holds " + std::to_string(stored.size()) + " entries for " +
+              std::to_string(rows.size()) + " rows");
+      return;
+    }
+    std::vector<IndexEntry> expected;
+    for (const auto& [id, values] : rows) {
+      bool allNull = true;
+      for (const IndexColumn& ic : ri.columns) allNull &= isNull(values[ic.column]);
+      if (allNull && ri.ignoreNulls()) continue;
+      try {
+        expected.push_back({encodeIndexKey(fmt_, t, ri, values), id});
+      } catch (const JetError& e) {
+        fault(name + ": " + e.what());
+        return;
+      }
+    }
+    std::sort(expected.begin(), expected.end(), [](const IndexEntry& a, const IndexEntry& b) {
+      return a.key < b.key || (a.key == b.key && a.row < b.row);
+    });
+    if (expected.size() != stored.size()) {
+      fault(name + ": holds " + std::to_string(stored.size()) + " entries, the rows make " +
+            std::to_string(expected.size()));
+      return;
+    }
+    for (size_t i = 0; i < stored.size(); ++i) {
+      if (stored[i].row != expected[i].row || stored[i].key != expected[i].key) {
+        fault(name + ": entry " + std::to_string(i) + " (page " +
+              std::to_string(stored[i].row.page) + " row " + std::to_string(stored[i].row.row) +
+              ") differs from the key its row makes");
+        return;
+      }
+    }
+  }
+
+  // Rows whose key columns are all Null may share a unique index's key.
+  static bool allNull(const RealIndex& ri, const std::map<RowId, std::vector<Value>>& rows,
+                      RowId id) {
+    auto it = rows.find(id);
+    if (it == rows.end()) return false;
+    for (const IndexColumn& ic : ri.columns)
+      if (!isNull(it->second[ic.column])) return false;
+    return true;
+  }
+
+  static std::string indexName(const TableDef& t, const RealIndex& ri) {
+    for (const LogicalIndex& li : t.indexes)
+      if (li.realIndex == ri.number) return " ('" + li.name + "')";
+    return "";
+  }
+
+  void checkGlobalMap() {
+    for (uint32_t n : used_)
+      if (isFree(n))
+        fault("page " + std::to_string(n) + " is in use but marked free in the global page map");
+  }
+
+  Database& db_;
+  const Format& fmt_;
+  std::map<uint32_t, std::set<uint32_t>> dataPagesOf_;
+  std::set<uint32_t> used_;
+  std::vector<std::string> faults_;
+};
+
+}  // namespace
+
+std::vector<std::string> checkDatabase(Database& db) { return Checker(db).run(); }
+
+}  // namespace jet

@@ -1,0 +1,316 @@
+// The writer's page layer: changed pages kept in memory with their undo
+// images, savepoints, page allocation with the global page map, usage maps,
+// and slot changes on data pages.
+#include <algorithm>
+#include <cstring>
+
+#include "jet/database.h"
+#include "jet/error.h"
+
+namespace jet {
+namespace {
+
+constexpr uint32_t kGlobalMapPage = 1;
+constexpr unsigned kGlobalMapRow = 0;
+
+void setBit(uint8_t* bits, uint64_t i, bool on) {
+  if (on) {
+    bits[i / 8] |= static_cast<uint8_t>(1 << (i % 8));
+  } else {
+    bits[i / 8] &= static_cast<uint8_t>(~(1 << (i % 8)));
+  }
+}
+
+}  // namespace
+
+uint8_t* Database::mutablePage(uint32_t n) {
+  Bytes current = page(n);  // loads it, checks the number
+  if (!frames_.empty()) {
+    auto& originals = frames_.back().originals;
+    if (!originals.count(n)) {
+      auto copy = takeBuffer();
+      std::memcpy(copy.get(), current.data(), fmt_->pageSize);
+      originals.emplace(n, std::move(copy));
+    }
+  }
+  dirty_.insert(n);
+  return pages_[n].get();
+}
+
+std::unique_ptr<uint8_t[]> Database::takeBuffer() {
+  if (spare_.empty()) return std::unique_ptr<uint8_t[]>(new uint8_t[fmt_->pageSize]);
+  auto b = std::move(spare_.back());
+  spare_.pop_back();
+  return b;
+}
+
+void Database::recycle(Frame& f) {
+  for (auto& [n, img] : f.originals)
+    if (img) spare_.push_back(std::move(img));
+  f.originals.clear();
+}
+
+size_t Database::savepoint() {
+  frames_.push_back(Frame{{}, pageCount_});
+  return frames_.size() - 1;
+}
+
+void Database::release(size_t sp) {
+  if (sp >= frames_.size()) throw JetError(JetError::Kind::kInvalid, "no such savepoint");
+  while (frames_.size() > sp) {
+    Frame inner = std::move(frames_.back());
+    frames_.pop_back();
+    if (!frames_.empty()) {
+      // The parent keeps its own, older image; pages new to it need none.
+      Frame& parent = frames_.back();
+      for (auto& [n, img] : inner.originals)
+        if (n < parent.pageCount && !parent.originals.count(n))
+          parent.originals.emplace(n, std::move(img));
+    }
+    recycle(inner);  // the outermost's changes simply stay
+  }
+}
+
+void Database::rollbackTo(size_t sp) {
+  if (sp >= frames_.size()) throw JetError(JetError::Kind::kInvalid, "no such savepoint");
+  while (frames_.size() > sp) {
+    Frame f = std::move(frames_.back());
+    frames_.pop_back();
+    for (auto& [n, img] : f.originals) {
+      if (n >= f.pageCount) continue;  // allocated inside: dropped below
+      std::memcpy(pages_[n].get(), img.get(), fmt_->pageSize);
+    }
+    recycle(f);
+    pageCount_ = f.pageCount;
+    pages_.resize(pageCount_);
+    dirty_.erase(dirty_.lower_bound(pageCount_), dirty_.end());
+  }
+  reloadTables();
+}
+
+void Database::reloadTables() {
+  // Callers hold references to cached definitions: refresh them in place.
+  for (auto& [page, def] : tables_) {
+    std::vector<uint32_t> pages;
+    std::vector<uint8_t> raw = loadTableDefBytes(page, pages);
+    TableDef fresh = parseTableDef(*fmt_, std::move(raw), page, header_.codePage);
+    fresh.name = def->name;
+    fresh.pages = std::move(pages);
+    *def = std::move(fresh);
+  }
+  catalog_.reset();
+  lastDataPage_.clear();
+  lvalPage_.clear();
+  writableVerdict_.clear();
+  indexCache_.reset();
+}
+
+void Database::flush() {
+  guarded([&] {
+    if (!frames_.empty())
+      throw JetError(JetError::Kind::kInvalid, "cannot write out changes inside a savepoint");
+    for (uint32_t n : dirty_)
+      store_->write(static_cast<uint64_t>(n) * fmt_->pageSize, {pages_[n].get(), fmt_->pageSize});
+    store_->sync();
+    dirty_.clear();
+  });
+}
+
+TableDef& Database::mutableTable(const TableDef& t) {
+  auto it = tables_.find(t.tdefPage);
+  if (it == tables_.end() || it->second.get() != &t)
+    throw JetError(JetError::Kind::kInvalid, "table '" + t.name + "' is not from this database");
+  return *it->second;
+}
+
+uint32_t Database::allocatePage() {
+  if (pageCount_ >= 0x00FFFFFE)
+    throw JetError(JetError::Kind::kInvalid, "the database has reached its largest size");
+  uint32_t n = pageCount_;
+  // Inside a savepoint, the frame's page count marks the page as new.
+  pages_.push_back(std::make_unique<uint8_t[]>(fmt_->pageSize));
+  ++pageCount_;
+  dirty_.insert(n);
+
+  // The global map marks free pages; pages past its range count as free, so
+  // the map must cover the new page with its bit clear.
+  Bytes pg1 = page(kGlobalMapPage);
+  Slot s = slot(pg1, kGlobalMapPage, kGlobalMapRow);
+  Bytes map = pg1.subspan(s.start, s.end - s.start);
+  if (map.size() < 5 || map[0] != kUsageMapInline)
+    throw JetError(JetError::Kind::kUnsupported,
+                   "the database's global page map is not of the inline kind this engine keeps");
+  uint32_t start = u32le(&map[1]);
+  uint64_t bits = (map.size() - 5) * 8;
+  if (n < start)
+    throw JetError(JetError::Kind::kUnsupported, "the global page map starts past a new page");
+  if (n - start >= bits) {
+    // Grow the map row to cover the new page (and some room beyond), every
+    // page past the file's end marked free as before.
+    uint64_t need = (n - start) / 8 + 1 + 64;
+    std::vector<uint8_t> grown(5 + need, 0xFF);
+    std::memcpy(grown.data(), map.data(), map.size());
+    if (!rewriteSlot(kGlobalMapPage, kGlobalMapRow, grown, 0))
+      throw JetError(JetError::Kind::kUnsupported,
+                     "the database has outgrown the global page map this engine keeps");
+  }
+  uint8_t* p1 = mutablePage(kGlobalMapPage);
+  Slot s2 = slot({p1, fmt_->pageSize}, kGlobalMapPage, kGlobalMapRow);
+  setBit(p1 + s2.start + 5, n - start, false);
+  return n;
+}
+
+void Database::freePage(uint32_t n) {
+  std::memset(mutablePage(n), 0, fmt_->pageSize);
+  Bytes pg1 = page(kGlobalMapPage);
+  Slot s = slot(pg1, kGlobalMapPage, kGlobalMapRow);
+  if (s.end - s.start < 5 || pg1[s.start] != kUsageMapInline) return;
+  uint32_t start = u32le(&pg1[s.start + 1]);
+  if (n >= start && n - start < (s.end - s.start - 5) * 8)
+    setBit(mutablePage(kGlobalMapPage) + s.start + 5, n - start, true);
+}
+
+void Database::addToUsageMap(uint32_t packed, uint32_t pageNo) {
+  if (packed == 0) return;  // no map kept
+  RowId at = RowId::unpack(packed);
+  Bytes pg = page(at.page);
+  Slot s = slot(pg, at.page, at.row);
+  Bytes map = pg.subspan(s.start, s.end - s.start);
+  if (map.empty()) throwCorrupt(at.page, "usage map row " + std::to_string(at.row) + " is empty");
+  if (map[0] == kUsageMapInline) {
+    if (map.size() < 5) throwCorrupt(at.page, "inline usage map shorter than its header");
+    uint32_t start = u32le(&map[1]);
+    const uint64_t bits = (map.size() - 5) * 8;
+    if (pageNo >= start && pageNo - start < bits) {
+      uint8_t* p = mutablePage(at.page);
+      setBit(p + s.start + 5, pageNo - start, true);
+      return;
+    }
+    // Out of range: slide the window if every page still fits, else turn
+    // the map into references to usage map pages.
+    std::vector<uint32_t> pages = usageMapPages(packed);
+    pages.push_back(pageNo);
+    auto [lo, hi] = std::minmax_element(pages.begin(), pages.end());
+    uint32_t newStart = *lo & ~7u;
+    std::vector<uint8_t> row(map.size(), 0);
+    if (*hi - newStart < bits) {
+      row[0] = kUsageMapInline;
+      put32le(&row[1], newStart);
+      for (uint32_t p : pages) setBit(&row[5], p - newStart, true);
+    } else {
+      const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
+      const size_t slots = (map.size() - 1) / 4;
+      if (*hi / perPage >= slots)
+        throw JetError(JetError::Kind::kUnsupported, "usage map cannot reach page " +
+                                                         std::to_string(*hi));
+      row[0] = kUsageMapReference;
+      std::vector<uint32_t> mapPages(slots, 0);
+      for (uint32_t p : pages) {
+        size_t i = p / perPage;
+        if (!mapPages[i]) {
+          mapPages[i] = allocatePage();
+          uint8_t* mp = mutablePage(mapPages[i]);
+          mp[0] = page::kUsageMap;
+          mp[1] = 0x01;
+          put32le(&row[1 + 4 * i], mapPages[i]);
+        }
+        setBit(mutablePage(mapPages[i]) + kUsageMapPageHeader, p % perPage, true);
+      }
+    }
+    if (!rewriteSlot(at.page, at.row, row, s.raw & ~kRowOffsetMask))
+      throwCorrupt(at.page, "no room to rewrite a usage map");
+    return;
+  }
+  if (map[0] != kUsageMapReference)
+    throwCorrupt(at.page, "unknown usage map type " + std::to_string(map[0]));
+  const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
+  size_t i = pageNo / perPage;
+  if (1 + 4 * i + 4 > map.size())
+    throw JetError(JetError::Kind::kUnsupported,
+                   "usage map cannot reach page " + std::to_string(pageNo));
+  uint32_t mp = u32le(&map[1 + 4 * i]);
+  if (mp == 0) {
+    mp = allocatePage();
+    uint8_t* m = mutablePage(mp);
+    m[0] = page::kUsageMap;
+    m[1] = 0x01;
+    put32le(mutablePage(at.page) + s.start + 1 + 4 * i, mp);
+  }
+  if (page(mp)[0] != page::kUsageMap)
+    throwCorrupt(mp, "expected a usage map page, found page type " + std::to_string(page(mp)[0]));
+  setBit(mutablePage(mp) + kUsageMapPageHeader, pageNo % perPage, true);
+}
+
+void Database::removeFromUsageMap(uint32_t packed, uint32_t pageNo) {
+  if (packed == 0) return;
+  RowId at = RowId::unpack(packed);
+  Bytes pg = page(at.page);
+  Slot s = slot(pg, at.page, at.row);
+  Bytes map = pg.subspan(s.start, s.end - s.start);
+  if (map.size() >= 5 && map[0] == kUsageMapInline) {
+    uint32_t start = u32le(&map[1]);
+    if (pageNo >= start && pageNo - start < (map.size() - 5) * 8)
+      setBit(mutablePage(at.page) + s.start + 5, pageNo - start, false);
+    return;
+  }
+  if (!map.empty() && map[0] == kUsageMapReference) {
+    const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
+    size_t i = pageNo / perPage;
+    if (1 + 4 * i + 4 > map.size()) return;
+    uint32_t mp = u32le(&map[1 + 4 * i]);
+    if (mp) setBit(mutablePage(mp) + kUsageMapPageHeader, pageNo % perPage, false);
+    return;
+  }
+  throwCorrupt(at.page, "unknown usage map type");
+}
+
+bool Database::rewriteSlot(uint32_t pageNo, unsigned row, Bytes bytes, uint16_t flags) {
+  Bytes pg = page(pageNo);
+  unsigned count = u16le(&pg[fmt_->dataRowCountOffset]);
+  std::vector<std::vector<uint8_t>> rows(count);
+  std::vector<uint16_t> rowFlags(count);
+  size_t used = 0;
+  for (unsigned r = 0; r < count; ++r) {
+    Slot s = slot(pg, pageNo, r);
+    rowFlags[r] = s.raw & ~kRowOffsetMask;
+    if (r == row) {
+      rows[r].assign(bytes.begin(), bytes.end());
+      rowFlags[r] = flags;
+    } else {
+      rows[r].assign(pg.begin() + s.start, pg.begin() + s.end);
+    }
+    used += rows[r].size();
+  }
+  const size_t header = fmt_->dataRowTableOffset + 2 * count;
+  if (header + used > fmt_->pageSize) return false;
+  uint8_t* p = mutablePage(pageNo);
+  uint32_t end = fmt_->pageSize;
+  for (unsigned r = 0; r < count; ++r) {
+    uint32_t start = end - static_cast<uint32_t>(rows[r].size());
+    std::memcpy(p + start, rows[r].data(), rows[r].size());
+    put16le(p + fmt_->dataRowTableOffset + 2 * r, static_cast<uint16_t>(start | rowFlags[r]));
+    end = start;
+  }
+  std::memset(p + header, 0, end - header);
+  put16le(p + fmt_->dataFreeSpaceOffset, static_cast<uint16_t>(end - header));
+  return true;
+}
+
+int Database::appendSlot(uint32_t pageNo, Bytes bytes, uint16_t flags) {
+  Bytes pg = page(pageNo);
+  unsigned count = u16le(&pg[fmt_->dataRowCountOffset]);
+  unsigned freeSpace = u16le(&pg[fmt_->dataFreeSpaceOffset]);
+  if (count >= static_cast<unsigned>(fmt_->maxRowsPerPage) || bytes.size() + 2 > freeSpace)
+    return -1;
+  uint32_t end = count == 0 ? fmt_->pageSize : slot(pg, pageNo, count - 1).start;
+  uint32_t start = end - static_cast<uint32_t>(bytes.size());
+  if (start < fmt_->dataRowTableOffset + 2 * (count + 1)) return -1;
+  uint8_t* p = mutablePage(pageNo);
+  std::memcpy(p + start, bytes.data(), bytes.size());
+  put16le(p + fmt_->dataRowTableOffset + 2 * count, static_cast<uint16_t>(start | flags));
+  put16le(p + fmt_->dataRowCountOffset, static_cast<uint16_t>(count + 1));
+  put16le(p + fmt_->dataFreeSpaceOffset, static_cast<uint16_t>(freeSpace - bytes.size() - 2));
+  return static_cast<int>(count);
+}
+
+}  // namespace jet
