@@ -310,6 +310,13 @@ std::optional<Bytes> Database::rowData(RowId id) {
 }
 
 void Database::scanRows(const TableDef& t, const std::function<bool(RowId, Bytes)>& fn) {
+  // Counts the long value bytes callers read while the scan runs.
+  struct Counting {
+    uint64_t& n;
+    uint64_t saved;
+    explicit Counting(uint64_t& c) : n(c), saved(c) { n = 0; }
+    ~Counting() { n = saved; }
+  } counting(scanLongValueBytes_);
   guarded([&] {
     std::vector<uint32_t> pages = usageMapPages(t.ownedPages);
     auto isTablePage = [&](Bytes pg) {

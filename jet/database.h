@@ -179,6 +179,11 @@ class Database {
   // Appends a slot to a data page; returns its number, or -1 if it lacks room.
   int appendSlot(uint32_t page, Bytes bytes, uint16_t flags);
   TableDef& mutableTable(const TableDef& t);
+  // The catalog and its system tables are written only while creating
+  // databases and tables.
+  void allowSystemTableWrites(bool allow) { systemWrites_ = allow, writableVerdict_.clear(); }
+  // Forgets the cached catalog after objects were added.
+  void refreshCatalog() { catalog_.reset(); }
 
  private:
   struct Frame {
@@ -186,6 +191,8 @@ class Database {
     uint32_t pageCount = 0;
   };
   void reloadTables();
+  void markGlobal(uint32_t page, bool isFree);
+  std::string globalMapProblem();
   std::unique_ptr<uint8_t[]> takeBuffer();
   void recycle(Frame& f);
   void requireWritable(const TableDef& t);
@@ -227,8 +234,12 @@ class Database {
   std::map<uint32_t, uint32_t> lvalPage_;      // table -> page long values go to
   std::map<uint32_t, std::string> writableVerdict_;  // table -> whyNotWritable()
   std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter> indexCache_;
+  bool systemWrites_ = false;
   std::set<uint32_t> dirty_;
   uint32_t lastRowPage_ = 0;  // page of the row last returned, for error messages
+  // Long value bytes read during the current scan; see readLongValue().
+  static constexpr uint64_t kNotScanning = ~uint64_t{0};
+  uint64_t scanLongValueBytes_ = kNotScanning;
 };
 
 // Runs `f`, putting the file name in front of any JetError it raises.

@@ -132,19 +132,74 @@ uint32_t Database::allocatePage() {
   ++pageCount_;
   dirty_.insert(n);
 
-  // The global map marks free pages; pages past its range count as free, so
-  // the map must cover the new page with its bit clear.
+  markGlobal(n, false);
+  return n;
+}
+
+void Database::freePage(uint32_t n) {
+  std::memset(mutablePage(n), 0, fmt_->pageSize);
+  markGlobal(n, true);
+}
+
+std::string Database::globalMapProblem() {
+  Bytes pg1 = page(kGlobalMapPage);
+  if (pg1[0] != page::kData) return "page 1 does not hold the global page map";
+  Slot s = slot(pg1, kGlobalMapPage, kGlobalMapRow);
+  if (s.end - s.start < 5) return "the global page map is missing";
+  if (pg1[s.start] == kUsageMapInline) return "";
+  if (pg1[s.start] != kUsageMapReference) return "the global page map is of an unknown kind";
+  // A reference map must reach the pages this engine would add.
+  const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
+  size_t i = (pageCount_ + 64) / perPage;
+  if (1 + 4 * i + 4 > s.end - s.start) return "the global page map has no room for new pages";
+  return "";
+}
+
+void Database::markGlobal(uint32_t n, bool isFree) {
+  // The global map marks free pages; pages past its range count as free.
   Bytes pg1 = page(kGlobalMapPage);
   Slot s = slot(pg1, kGlobalMapPage, kGlobalMapRow);
   Bytes map = pg1.subspan(s.start, s.end - s.start);
+  if (map.size() >= 5 && map[0] == kUsageMapReference) {
+    const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
+    size_t i = n / perPage;
+    if (1 + 4 * i + 4 > map.size()) {
+      if (isFree) return;  // out of the map's reach counts as free anyway
+      throw JetError(JetError::Kind::kUnsupported,
+                     "the global page map cannot reach page " + std::to_string(n));
+    }
+    uint32_t mp = u32le(&map[1 + 4 * i]);
+    if (mp == 0) {
+      if (isFree) return;
+      // No map page covers this stretch yet: add one at the end of the file
+      // that counts every page up to it as in use and the rest as free.
+      mp = pageCount_;
+      pages_.push_back(std::make_unique<uint8_t[]>(fmt_->pageSize));
+      ++pageCount_;
+      dirty_.insert(mp);
+      uint8_t* m = mutablePage(mp);
+      std::memset(m, 0, fmt_->pageSize);
+      m[0] = page::kUsageMap;
+      m[1] = 0x01;
+      for (uint64_t b = 0; b < perPage; ++b)
+        if (i * perPage + b >= pageCount_) setBit(m + kUsageMapPageHeader, b, true);
+      put32le(mutablePage(kGlobalMapPage) + s.start + 1 + 4 * i, mp);
+    } else if (page(mp)[0] != page::kUsageMap) {
+      throwCorrupt(mp, "expected a usage map page, found page type " + std::to_string(page(mp)[0]));
+    }
+    setBit(mutablePage(mp) + kUsageMapPageHeader, n % perPage, isFree);
+    return;
+  }
   if (map.size() < 5 || map[0] != kUsageMapInline)
-    throw JetError(JetError::Kind::kUnsupported,
-                   "the database's global page map is not of the inline kind this engine keeps");
+    throw JetError(JetError::Kind::kUnsupported, "the global page map is of an unknown kind");
   uint32_t start = u32le(&map[1]);
   uint64_t bits = (map.size() - 5) * 8;
-  if (n < start)
+  if (n < start) {
+    if (isFree) return;
     throw JetError(JetError::Kind::kUnsupported, "the global page map starts past a new page");
+  }
   if (n - start >= bits) {
+    if (isFree) return;
     // Grow the map row to cover the new page (and some room beyond), every
     // page past the file's end marked free as before.
     uint64_t need = (n - start) / 8 + 1 + 64;
@@ -156,18 +211,7 @@ uint32_t Database::allocatePage() {
   }
   uint8_t* p1 = mutablePage(kGlobalMapPage);
   Slot s2 = slot({p1, fmt_->pageSize}, kGlobalMapPage, kGlobalMapRow);
-  setBit(p1 + s2.start + 5, n - start, false);
-  return n;
-}
-
-void Database::freePage(uint32_t n) {
-  std::memset(mutablePage(n), 0, fmt_->pageSize);
-  Bytes pg1 = page(kGlobalMapPage);
-  Slot s = slot(pg1, kGlobalMapPage, kGlobalMapRow);
-  if (s.end - s.start < 5 || pg1[s.start] != kUsageMapInline) return;
-  uint32_t start = u32le(&pg1[s.start + 1]);
-  if (n >= start && n - start < (s.end - s.start - 5) * 8)
-    setBit(mutablePage(kGlobalMapPage) + s.start + 5, n - start, true);
+  setBit(p1 + s2.start + 5, n - start, isFree);
 }
 
 void Database::addToUsageMap(uint32_t packed, uint32_t pageNo) {

@@ -33,9 +33,9 @@
 //              since the previous accent, then its accent weight
 //     deferred if any: 01 01 01, then for each deferred character a
 //              big-endian 16-bit 0x8000 | (7 + 4 * p), 06 and its code, where
-//              p counts the main-part characters before it, or, once an
-//              accent has been written, the accent bytes so far plus the
-//              main-part characters since the last accent
+//              p is the number of accent bytes so far plus the main-part
+//              characters since the last accent (before any accent, simply
+//              the main-part characters before it)
 //     00
 //   Descending: all of that complemented, then a plain 00.
 //
@@ -90,16 +90,15 @@ std::string hexChar(char32_t c) {
 }
 
 [[noreturn]] void wrongType(const ColumnDef& c, const char* expected) {
-  throw JetError(JetError::Kind::kInvalid, "index key: column " + c.name + " (" +
-                                               typeName(c.type) + ") needs " + expected);
+  throw JetError(JetError::Kind::kInvalid,
+                 "index key: column " + c.name + " (" + typeName(c.type) + ") needs " + expected);
 }
 
 // Jet 4 text in the General order of Access 2000-2007.
 void appendLegacyText(std::u16string_view s, std::vector<uint8_t>& out) {
   std::vector<uint8_t> accents, deferred;
-  bool anyAccent = false;
   size_t mainChars = 0;    // characters that put a code in the main part
-  size_t accentChars = 0;  // main-part characters the accent part accounts for
+  size_t accentChars = 0;  // main-part characters up to the last accent
   for (size_t i = 0; i < s.size(); ++i) {
     char16_t c = s[i];
     CharWeights w = generalLegacyWeights(c);
@@ -114,11 +113,10 @@ void appendLegacyText(std::u16string_view s, std::vector<uint8_t>& out) {
         appendCode(out, w.code);
         accents.insert(accents.end(), mainChars - accentChars, 0x02);
         appendCode(accents, w.accent);
-        anyAccent = true;
         accentChars = ++mainChars;
         break;
       case CharClass::kDeferred: {
-        size_t p = anyAccent ? accents.size() + (mainChars - accentChars) : mainChars;
+        size_t p = accents.size() + (mainChars - accentChars);
         uint32_t pos = 0x8000 | static_cast<uint32_t>(7 + 4 * p);
         appendBigEndian(deferred, pos, 2);
         deferred.push_back(0x06);
@@ -128,7 +126,8 @@ void appendLegacyText(std::u16string_view s, std::vector<uint8_t>& out) {
       case CharClass::kAccentable:
       case CharClass::kUnknown: {
         char32_t cp = c;
-        if (c >= 0xD800 && c < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] < 0xE000)
+        if (c >= 0xD800 && c < 0xDC00 && i + 1 < s.size() && s[i + 1] >= 0xDC00 &&
+            s[i + 1] < 0xE000)
           cp = 0x10000 + ((c - 0xD800) << 10) + (s[i + 1] - 0xDC00);
         throw JetError(JetError::Kind::kUnsupported,
                        "index key: character " + hexChar(cp) +
@@ -175,7 +174,8 @@ void appendGeneral97Text(std::u32string_view s, std::vector<uint8_t>& out) {
   }
   nibbles.push_back(0);
   for (size_t i = 0; i < nibbles.size(); i += 2)
-    out.push_back(static_cast<uint8_t>(nibbles[i] << 4 | (i + 1 < nibbles.size() ? nibbles[i + 1] : 0)));
+    out.push_back(
+        static_cast<uint8_t>(nibbles[i] << 4 | (i + 1 < nibbles.size() ? nibbles[i + 1] : 0)));
 }
 
 // The characters of a text value a key covers: at most 255, trailing spaces
@@ -192,7 +192,8 @@ std::u16string indexedUtf16(const std::string& utf8) {
       units.push_back(static_cast<char16_t>(cp));
     }
   }
-  if (units.size() > kMaxIndexedTextChars) units.resize(kMaxIndexedTextChars);
+  // A pair may end one unit past the cut; characters outside the BMP are
+  // refused anyway, so it does no harm.
   while (!units.empty() && units.back() == u' ') units.pop_back();
   return units;
 }
@@ -223,7 +224,7 @@ void appendBinary(std::span<const uint8_t> data, bool ascending, std::vector<uin
 
 // Numbers whose bytes compare in order once the sign bit is flipped.
 void appendSigned(std::vector<uint8_t>& out, uint64_t twosComplement, int bytes) {
-  appendBigEndian(out, twosComplement, bytes);
+  appendBigEndian(out, twosComplement ^ (uint64_t{1} << (8 * bytes - 1)), bytes);
 }
 
 // IEEE numbers: positive ones need the sign bit set, negative ones every
@@ -280,7 +281,8 @@ void appendValue(const Format& fmt, const ColumnDef& c, bool ascending, const Va
       appendSigned(out, static_cast<uint32_t>(integerValue(c, v, INT32_MIN, INT32_MAX)), 4);
       break;
     case coltype::kCurrency:
-      appendSigned(out, static_cast<uint64_t>(valueAs<Currency>(c, v, "a Currency value").units), 8);
+      appendSigned(out, static_cast<uint64_t>(valueAs<Currency>(c, v, "a Currency value").units),
+                   8);
       break;
     case coltype::kSingle:
       appendFloat(out, std::bit_cast<uint32_t>(valueAs<float>(c, v, "a Single value")), 4);
@@ -289,11 +291,12 @@ void appendValue(const Format& fmt, const ColumnDef& c, bool ascending, const Va
       appendFloat(out, std::bit_cast<uint64_t>(valueAs<double>(c, v, "a Double value")), 8);
       break;
     case coltype::kDateTime:
-      appendFloat(out, std::bit_cast<uint64_t>(valueAs<DateTime>(c, v, "a Date/Time value").days), 8);
+      appendFloat(out, std::bit_cast<uint64_t>(valueAs<DateTime>(c, v, "a Date/Time value").days),
+                  8);
       break;
     case coltype::kGuid: {
       const auto& g = valueAs<Guid>(c, v, "a GUID value").bytes;
-      const uint8_t text[16] = {g[3], g[2], g[1], g[0], g[5], g[4], g[7], g[6],
+      const uint8_t text[16] = {g[3], g[2], g[1],  g[0],  g[5],  g[4],  g[7],  g[6],
                                 g[8], g[9], g[10], g[11], g[12], g[13], g[14], g[15]};
       appendBinary(text, ascending, out);
       return;  // appendBinary handles the direction itself
@@ -303,9 +306,8 @@ void appendValue(const Format& fmt, const ColumnDef& c, bool ascending, const Va
       // No file shows what Jet writes for zero bytes; nothing at all would
       // not sort last when descending.
       if (b.empty())
-        throw JetError(JetError::Kind::kUnsupported,
-                       "index key: an empty Binary value (column " + c.name +
-                           ") cannot be indexed yet");
+        throw JetError(JetError::Kind::kUnsupported, "index key: an empty Binary value (column " +
+                                                         c.name + ") cannot be indexed yet");
       appendBinary(b, ascending, out);
       return;
     }
@@ -362,7 +364,8 @@ std::string columnProblem(const Format& fmt, const TableDef& t, const ColumnDef&
   // Jet 3: the sort order sits where the engine's generic column reader does
   // not look, so it is read here.
   size_t at = c.defOffset + kJet3ColumnSortOrderOffset;
-  uint16_t sortOrder = at + 2 <= t.raw.size() ? static_cast<uint16_t>(t.raw[at] | t.raw[at + 1] << 8) : 0;
+  uint16_t sortOrder =
+      at + 2 <= t.raw.size() ? static_cast<uint16_t>(t.raw[at] | t.raw[at + 1] << 8) : 0;
   if (sortOrder != kGeneralSortOrder)
     return "text column " + c.name + " uses sort order " + std::to_string(sortOrder) +
            "; only General (1033) text keys can be built";

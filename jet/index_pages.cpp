@@ -31,6 +31,10 @@ IndexPage Database::readIndexPage(uint32_t n) {
     const size_t pointerSize = ip.leaf ? 4 : 8;
     std::vector<uint8_t> prefix;
     size_t last = 0;
+    // Shared prefixes expand entries; a page never legitimately expands to
+    // more than a few pages' worth.
+    size_t expanded = 0;
+    const size_t maxExpanded = 16 * static_cast<size_t>(fmt_->pageSize);
     for (size_t i = 0; i < static_cast<size_t>(fmt_->indexEntryMaskSize); ++i) {
       uint8_t m = pg[maskPos + i];
       for (int b = 0; m && b < 8; ++b) {
@@ -52,6 +56,10 @@ IndexPage Database::readIndexPage(uint32_t n) {
           full = prefix;
           full.insert(full.end(), stored.begin(), stored.end());
         }
+        expanded += full.size();
+        if (expanded > maxExpanded)
+          throwCorrupt(n, "index entries expand to more than " + std::to_string(maxExpanded) +
+                              " bytes");
         if (full.size() < pointerSize)
           throwCorrupt(n, "index entry of " + std::to_string(full.size()) +
                               " bytes has no room for its row pointer");

@@ -92,10 +92,17 @@ std::vector<uint8_t> Database::readLongValue(Bytes h, uint32_t pageNo) {
                                std::to_string(data.size()));
     return {data.begin(), data.begin() + length};
   }
-  // Nothing stored outside the row can be longer than the file.
-  if (static_cast<uint64_t>(length) > static_cast<uint64_t>(pageCount_) * fmt_->pageSize)
+  // Nothing stored outside the row can be longer than the file, and rows
+  // never share long values, so a scan never reads more than the file holds.
+  const uint64_t fileBytes = static_cast<uint64_t>(pageCount_) * fmt_->pageSize;
+  if (static_cast<uint64_t>(length) > fileBytes)
     throwCorrupt(pageNo, "long value claims " + std::to_string(length) +
                              " bytes, more than the file holds");
+  if (scanLongValueBytes_ != kNotScanning) {
+    scanLongValueBytes_ += length;
+    if (scanLongValueBytes_ > 2 * fileBytes)
+      throwCorrupt(pageNo, "rows share long values: more long value bytes than the file holds");
+  }
   RowId at = RowId::unpack(u32le(h.data() + 4));
   auto lvalRow = [&](RowId id) {
     Bytes pg = page(id.page);
@@ -138,6 +145,11 @@ Value Database::decodeWith(const TableDef&, const ColumnDef& c, Bytes row, const
     if (c.type == coltype::kBoolean) return present;
     if (!present) return std::monostate{};
     Bytes b = l.bytesOf(*fmt_, c, row, pg);
+    // A fixed-size type may sit in a variable slot (Jet 3 system tables do
+    // this); either way its bytes must be exactly its size.
+    if (size_t need = static_cast<size_t>(fixedSizeOf(c.type)); need && b.size() != need)
+      throwCorrupt(pg, "column '" + c.name + "' holds " + std::to_string(b.size()) +
+                           " bytes, a " + typeName(c.type) + " takes " + std::to_string(need));
     switch (c.type) {
       case coltype::kByte: return static_cast<int32_t>(b[0]);
       case coltype::kInteger: return static_cast<int32_t>(static_cast<int16_t>(u16le(b.data())));
@@ -148,7 +160,7 @@ Value Database::decodeWith(const TableDef&, const ColumnDef& c, Bytes row, const
       case coltype::kDateTime: return DateTime{f64le(b.data())};
       case coltype::kGuid: {
         Guid g;
-        std::copy(b.begin(), b.end(), g.bytes.begin());
+        std::copy_n(b.begin(), g.bytes.size(), g.bytes.begin());
         return g;
       }
       case coltype::kDecimal: {

@@ -43,7 +43,9 @@ constexpr Run S(char16_t a, uint32_t code) { return S(a, a, code); }
 constexpr Run Si(char16_t a, char16_t b, uint32_t code) {
   return {a, b, CharClass::kPlain, true, code, 0};
 }
-constexpr Run G(char16_t a, uint32_t code) { return {a, a, CharClass::kAccentable, false, code, 0}; }
+constexpr Run G(char16_t a, uint32_t code) {
+  return {a, a, CharClass::kAccentable, false, code, 0};
+}
 constexpr Run A(char16_t a, char16_t b, uint32_t code, uint32_t accent) {
   return {a, b, CharClass::kAccented, false, code, accent};
 }
@@ -61,6 +63,7 @@ constexpr Run Ui(char16_t a, char16_t b, uint32_t code) {
 
 // Access 2000-2007 (Jet 4, General, sort order version 0), every UTF-16 code
 // unit. A code counting up never gains a byte inside a run.
+// clang-format off
 constexpr Run kLegacy[] = {
     X(0x0000), Ui(0x0001, 0x0008, 0x3), Si(0x0009, 0x000D, 0x803), Ui(0x000E, 0x001F, 0xB),
     S(0x0020, 0x7), Si(0x0021, 0x0022, 0x9), S(0x0023, 0xC), S(0x0024, 0xE), S(0x0025, 0x10),
@@ -949,12 +952,14 @@ constexpr Run kLegacy[] = {
     A(0xFFE9, 0x3486, 0x3), A(0xFFEA, 0x3480, 0x3), A(0xFFEB, 0x3482, 0x3),
     A(0xFFEC, 0x3484, 0x3), A(0xFFED, 0x3463, 0x3), A(0xFFEE, 0x3470, 0x3), X(0xFFEF, 0xFFFF),
 };
+// clang-format on
 
 // Access 97 (Jet 3, General), indexed by the Windows-1252 byte. Two things
 // here were read off files Access 97 wrote rather than the published tables:
 // NUL weighs like the other control characters (a system table ends a name
 // with one), and the ligatures Œ œ Æ æ and ß count as the two accentable
 // letters they stand for ("...großmärkte" places its accent after eleven).
+// clang-format off
 constexpr Run kGeneral97[] = {
     S(0x0000, 0x0008, 0x10), S(0x0009, 0x11), S(0x000A, 0x001F, 0x10),
     Si(0x0020, 0x002F, 0x11), Si(0x0030, 0x0039, 0x56), Si(0x003A, 0x0040, 0x21), G(0x0041, 0x60),
@@ -991,6 +996,7 @@ constexpr Run kGeneral97[] = {
     A(0x00F9, 0x78, 0x3), A(0x00FA, 0x78, 0x4), A(0x00FB, 0x78, 0x5), A(0x00FC, 0x78, 0x6),
     A(0x00FD, 0x7D, 0x4), S(0x00FE, 0x7F), A(0x00FF, 0x7D, 0x6),
 };
+// clang-format on
 
 // Runs must be in order, without gaps, from 0 to `end`.
 template <size_t n>

@@ -13,17 +13,17 @@
 namespace jet {
 
 enum class CharClass : uint8_t {
-  kIgnored,    // leaves no trace in the key (NUL, unassigned characters ...)
-  kPlain,      // its code goes into the key's main part, nothing else
-  kAccented,   // its base letter's code goes into the main part, its accent
-               // weight into the accent part that follows
-  kDeferred,   // nothing in the main part; its code and position go into the
-               // last part (hyphen, apostrophe, most control characters)
-  kAccentable, // Access 97 only: a plain letter that could have carried an
-               // accent; accent weights count their distance in these (a
-               // ligature with a code of two such letters counts twice)
-  kUnknown,    // Jet gives it rules this engine has not learned yet
-               // (combining marks, kana, surrogates)
+  kIgnored,     // leaves no trace in the key (NUL, unassigned characters ...)
+  kPlain,       // its code goes into the key's main part, nothing else
+  kAccented,    // its base letter's code goes into the main part, its accent
+                // weight into the accent part that follows
+  kDeferred,    // nothing in the main part; its code and position go into the
+                // last part (hyphen, apostrophe, most control characters)
+  kAccentable,  // Access 97 only: a plain letter that could have carried an
+                // accent; accent weights count their distance in these (a
+                // ligature with a code of two such letters counts twice)
+  kUnknown,     // Jet gives it rules this engine has not learned yet
+                // (combining marks, kana, surrogates)
 };
 
 // Codes are big-endian byte strings kept in an integer without leading zero

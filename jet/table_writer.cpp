@@ -65,7 +65,12 @@ std::string Database::whyNotWritable(const TableDef& t) {
   if (header_.sortOrder != kGeneralSortOrder || header_.sortVersion != 0)
     return "the database sorts text in order " + std::to_string(header_.sortOrder) + " version " +
            std::to_string(header_.sortVersion) + ", not the General order this engine keeps";
-  if (t.isSystem()) return "'" + t.name + "' is a system table";
+  if (t.isSystem() && !systemWrites_) return "'" + t.name + "' is a system table";
+  if (std::string why = globalMapProblem(); !why.empty()) return why;
+  for (const LogicalIndex& li : t.indexes)
+    if (li.foreignKey())
+      return "'" + t.name + "' takes part in relationship '" + li.name +
+             "', whose integrity this engine does not enforce";
   for (const ColumnDef& c : t.columns) {
     if (!writableType(c.type))
       return "column '" + c.name + "' has type " + std::to_string(c.type) +
@@ -390,6 +395,15 @@ void Database::updateRow(const TableDef& t, RowId id, std::vector<Value> values)
       for (size_t i = 0; i < t.columns.size(); ++i) {
         values[i] = coerceValue(*fmt_, t.columns[i], values[i]);
         if (t.columns[i].type == coltype::kBoolean && isNull(values[i])) values[i] = false;
+        // A number written over an AutoNumber moves the counter past it.
+        if (t.columns[i].isAutoNumber() && t.columns[i].type == coltype::kLong)
+          if (auto p = std::get_if<int32_t>(&values[i]); p && *p > 0) {
+            TableDef& mt = mutableTable(t);
+            if (static_cast<uint32_t>(*p) > mt.nextAutoNumber) {
+              mt.nextAutoNumber = static_cast<uint32_t>(*p);
+              writeTableHeader(mt);
+            }
+          }
       }
       struct Change {
         const RealIndex* ri;
