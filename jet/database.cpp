@@ -121,7 +121,7 @@ void Database::readHeader() {
   if (header_.encodingKey != 0)
     throw JetError(JetError::Kind::kUnsupported,
                    "the database is encrypted; decrypt it in Access before opening it here");
-  pages_.resize(pageCount_);
+  pages_.assign(pageCount_, nullptr);
 }
 
 Bytes Database::page(uint32_t n) {
@@ -133,14 +133,16 @@ Bytes Database::page(uint32_t n) {
     uint32_t last = n + 1;
     while (last < pageCount_ && last - n < kReadAheadPages && !pages_[last]) ++last;
     const size_t size = fmt_->pageSize;
-    std::unique_ptr<uint8_t[]> run(new uint8_t[size * (last - n)]);
-    store_->read(static_cast<uint64_t>(n) * size, {run.get(), size * (last - n)});
-    for (uint32_t k = n; k < last; ++k) {
-      pages_[k].reset(new uint8_t[size]);
-      std::memcpy(pages_[k].get(), run.get() + (k - n) * size, size);
-    }
+    uint8_t* run = newPageBuffer(last - n);
+    store_->read(static_cast<uint64_t>(n) * size, {run, size * (last - n)});
+    for (uint32_t k = n; k < last; ++k) pages_[k] = run + (k - n) * size;
   }
-  return {pages_[n].get(), fmt_->pageSize};
+  return {pages_[n], fmt_->pageSize};
+}
+
+uint8_t* Database::newPageBuffer(size_t pages) {
+  arena_.emplace_back(new uint8_t[pages * fmt_->pageSize]);
+  return arena_.back().get();
 }
 
 std::vector<uint8_t> Database::loadTableDefBytes(uint32_t first, std::vector<uint32_t>& pages) {

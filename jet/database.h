@@ -225,7 +225,11 @@ class Database {
   const Format* fmt_ = nullptr;
   HeaderInfo header_;
   uint32_t pageCount_ = 0;
-  std::vector<std::unique_ptr<uint8_t[]>> pages_;
+  // Loaded pages point into blocks of arena_; a page read with its
+  // neighbours shares their block.
+  std::vector<uint8_t*> pages_;
+  std::vector<std::unique_ptr<uint8_t[]>> arena_;
+  uint8_t* newPageBuffer(size_t pages = 1);
   std::optional<std::vector<CatalogEntry>> catalog_;
   std::map<uint32_t, std::unique_ptr<TableDef>> tables_;
   std::vector<Frame> frames_;

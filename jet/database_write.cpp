@@ -34,7 +34,7 @@ uint8_t* Database::mutablePage(uint32_t n) {
     }
   }
   dirty_.insert(n);
-  return pages_[n].get();
+  return pages_[n];
 }
 
 std::unique_ptr<uint8_t[]> Database::takeBuffer() {
@@ -78,7 +78,7 @@ void Database::rollbackTo(size_t sp) {
     frames_.pop_back();
     for (auto& [n, img] : f.originals) {
       if (n >= f.pageCount) continue;  // allocated inside: dropped below
-      std::memcpy(pages_[n].get(), img.get(), fmt_->pageSize);
+      std::memcpy(pages_[n], img.get(), fmt_->pageSize);
     }
     recycle(f);
     pageCount_ = f.pageCount;
@@ -110,7 +110,7 @@ void Database::flush() {
     if (!frames_.empty())
       throw JetError(JetError::Kind::kInvalid, "cannot write out changes inside a savepoint");
     for (uint32_t n : dirty_)
-      store_->write(static_cast<uint64_t>(n) * fmt_->pageSize, {pages_[n].get(), fmt_->pageSize});
+      store_->write(static_cast<uint64_t>(n) * fmt_->pageSize, {pages_[n], fmt_->pageSize});
     store_->sync();
     dirty_.clear();
   });
@@ -128,7 +128,9 @@ uint32_t Database::allocatePage() {
     throw JetError(JetError::Kind::kInvalid, "the database has reached its largest size");
   uint32_t n = pageCount_;
   // Inside a savepoint, the frame's page count marks the page as new.
-  pages_.push_back(std::make_unique<uint8_t[]>(fmt_->pageSize));
+  uint8_t* fresh = newPageBuffer();
+  std::memset(fresh, 0, fmt_->pageSize);
+  pages_.push_back(fresh);
   ++pageCount_;
   dirty_.insert(n);
 
@@ -174,7 +176,7 @@ void Database::markGlobal(uint32_t n, bool isFree) {
       // No map page covers this stretch yet: add one at the end of the file
       // that counts every page up to it as in use and the rest as free.
       mp = pageCount_;
-      pages_.push_back(std::make_unique<uint8_t[]>(fmt_->pageSize));
+      pages_.push_back(newPageBuffer());
       ++pageCount_;
       dirty_.insert(mp);
       uint8_t* m = mutablePage(mp);
