@@ -62,7 +62,6 @@ void decodeAll(benchmark::State& state, const std::vector<uint8_t>& bytes) {
   }
   state.counters["rows"] = benchmark::Counter(static_cast<double>(rows),
                                               benchmark::Counter::kIsRate);
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes.size()));
 }
 
 std::vector<std::string> corpusFiles() {

@@ -33,6 +33,7 @@ else
   scripts/build >&2
 fi
 
+load_start=$(cut -d' ' -f1-3 /proc/loadavg)
 work=$(mktemp -d "${TMPDIR:-/tmp}/export_vs_mdbtools.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
@@ -51,8 +52,8 @@ else
            done | sort -k1,1nr -k2)
   if ((LARGE_MB > 0)); then
     # Two shapes: many short rows, and few wide rows whose memo columns live on long value pages.
-    for spec in "compIndexTestV2000.mdb Table1 large-narrow" "test2V2000.mdb MSP_PROJECTS large-wide"; do
-      read -r src table name <<<"$spec"
+    for shape in "compIndexTestV2000.mdb Table1 large-narrow" "test2V2000.mdb MSP_PROJECTS large-wide"; do
+      read -r src table name <<<"$shape"
       out="$work/$name.mdb"
       python3 bench/make_large_mdb.py "$CORPUS/$src" "$table" "$out" "$LARGE_MB" >&2
       files+=("$out")
@@ -75,7 +76,7 @@ peak_kib() {
   tail -n 1 "$work/rss"
 }
 
-# "MEAN STDDEV RUNS" in seconds for a bash command line, over at least $2 runs (STDDEV is nan
+# "MEAN STDDEV RUNS" in seconds for a command line, over at least $2 runs (STDDEV is nan
 # without hyperfine).
 have_hyperfine=0
 command -v hyperfine >/dev/null && have_hyperfine=1
@@ -89,9 +90,9 @@ time_cmd() {
          END { print m, (s == "null" ? 0 : s), n }' "$work/hf.json"
   else
     local i start end
-    for ((i = 0; i < 3; ++i)); do bash -c "$line"; done
+    for ((i = 0; i < 3; ++i)); do eval "$line"; done
     start=$(date +%s.%N)
-    for ((i = 0; i < runs; ++i)); do bash -c "$line"; done
+    for ((i = 0; i < runs; ++i)); do eval "$line"; done
     end=$(date +%s.%N)
     awk -v a="$start" -v b="$end" -v n="$runs" 'BEGIN { print (b - a) / n, "nan", n }'
   fi
@@ -112,6 +113,10 @@ for f in "${files[@]}"; do
   size=$(stat -c %s "$f")
   mapfile -t tables < <("$CSDTOOL" tables "$f")
   say "== $name: ${#tables[@]} tables"
+  if ((${#tables[@]} == 0)); then
+    notes+=("$name: no user tables, skipped")
+    continue
+  fi
 
   # Same bytes from both tools, table by table; the rows are counted on the way.
   same=0 rows=0
@@ -160,7 +165,7 @@ build_type=$(sed -n 's/^CMAKE_BUILD_TYPE:[^=]*=//p' build/CMakeCache.txt 2>/dev/
 timer="hyperfine $(hyperfine --version 2>/dev/null | awk '{print $2}'), --warmup 3, at least $RUNS runs"
 ((have_hyperfine)) || timer="a shell loop timed with date, 3 warm-up runs, at least $RUNS runs"
 cat <<EOF
-Measured $(date -u '+%Y-%m-%d %H:%M UTC') on $(nproc) CPUs ($(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -n 1)), $(awk '/MemTotal/ {printf "%.0f GiB", $2 / 1048576}' /proc/meminfo) of memory.
+Measured $(date -u '+%Y-%m-%d %H:%M UTC') on $(nproc) CPUs ($(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -n 1)), $(awk '/MemTotal/ {printf "%.0f GiB", $2 / 1048576}' /proc/meminfo) of memory; load average $load_start at the start, $(cut -d' ' -f1-3 /proc/loadavg) at the end.
 csdtool $("$CSDTOOL" --version | awk '{print $2}') (${build_type:-unknown} build) against mdbtools $(dpkg-query -W -f='${Version}' mdbtools 2>/dev/null || echo '?'); wall time by $timer, each run exporting every table of the file to /dev/null; peak RSS by GNU time, the largest over the file's tables.
 
 | file | size | tables | rows exported | identical output | csdtool time | mdb-export time | ratio (mdb-export / csdtool) | csdtool peak RSS | mdb-export peak RSS | limit (size + 20 MiB) | ≥ 2x faster | memory below limit |
@@ -169,7 +174,7 @@ EOF
 printf '%s\n' "${rows_md[@]}"
 if ((${#notes[@]} > 0)); then
   echo
-  echo "Tables whose outputs differ:"
+  echo "Notes:"
   echo
   printf -- '- %s\n' "${notes[@]}"
 fi

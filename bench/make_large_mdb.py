@@ -160,8 +160,8 @@ def main():
 
     with open(dst, "wb") as f:
         f.write(data)
-    print(f"{dst}: {len(data)} bytes, {len(data) // PAGE} pages; '{table}' copied {copies} times "
-          f"({len(table_pages)} data pages each), {rows * (copies + 1)} rows by its definition")
+    print(f"{dst}: {len(data)} bytes, {len(data) // PAGE} pages; the {len(table_pages)} data pages "
+          f"of '{table}' copied {copies} times")
 
 
 if __name__ == "__main__":

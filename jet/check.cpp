@@ -47,17 +47,7 @@ class Checker {
     faults_.push_back(std::move(s));
   }
 
-  // Pages marked free in the global map, as far as the map reaches.
-  bool isFree(uint32_t n) {
-    Bytes pg = db_.page(1);
-    uint32_t start = u16le(&pg[fmt_.dataRowTableOffset]) & kRowOffsetMask;
-    if (start + 5 > fmt_.pageSize || pg[start] != kUsageMapInline) return false;
-    uint32_t first = u32le(&pg[start + 1]);
-    if (n < first) return false;
-    uint64_t bit = n - first;
-    if (start + 5 + bit / 8 >= fmt_.pageSize) return false;
-    return pg[start + 5 + bit / 8] & (1 << (bit % 8));
-  }
+  bool isFree(uint32_t n) { return db_.pageIsFree(n); }
 
   void scanPages() {
     // A freed page keeps its old bytes; only pages in use count.

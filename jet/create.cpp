@@ -260,7 +260,7 @@ void writeDefinition(Database& db, uint32_t first, const std::vector<uint8_t>& d
   uint8_t* p = db.mutablePage(first);
   std::memset(p, 0, size);
   std::memcpy(p, def.data(), done);
-  put16le(p + 2, static_cast<uint16_t>(size - done - 8));
+  put16le(p + 2, static_cast<uint16_t>(done + 8 <= size ? size - done - 8 : 0));
   uint32_t prev = first;
   while (done < def.size()) {
     uint32_t n = db.allocatePage();
@@ -296,7 +296,7 @@ class MapRows {
     // Continue on the last such page that has room, if any.
     for (uint32_t n = db.pageCount(); n-- > 2;) {
       Bytes pg = db.page(n);
-      if (pg[0] == page::kData && u32le(&pg[db.format().dataTdefOffset]) == 0) {
+      if (pg[0] == page::kData && u32le(&pg[db.format().dataTdefOffset]) == 0 && !db.pageIsFree(n)) {
         page_ = n;
         break;
       }
@@ -573,7 +573,8 @@ std::unique_ptr<Database> createDatabase(std::unique_ptr<PageStore> store) {
 const TableDef& createTable(Database& db, const TableSpec& spec) {
   const Format& fmt = db.format();
   if (fmt.version != Version::kJet4) badSpec("tables are created in Jet 4 databases only");
-  if (spec.name.empty() || spec.name.size() > 64) badSpec("a table needs a name of 1 to 64 characters");
+  if (spec.name.empty() || utf8ToCodePoints(spec.name).size() > 64)
+    badSpec("a table needs a name of 1 to 64 characters");
   for (const CatalogEntry& e : db.catalog())
     if (e.parentId == kTablesId && sameName(e.name, spec.name))
       badSpec("a table named '" + spec.name + "' already exists");

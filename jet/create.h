@@ -4,8 +4,10 @@
 // out its own empty database: header, global page map, the four system
 // tables (MSysObjects, MSysACEs, MSysQueries, MSysRelationships) with their
 // indexes, the catalog's containers and permission rows. createTable() adds
-// a user table with its catalog row and permissions. Both leave the changes
-// in memory like any other write; call Database::flush() to write them out.
+// a user table with its catalog row and permissions. createDatabase()
+// writes the header and page 1 at once (so the engine can open the file);
+// everything else stays in memory like any other write until
+// Database::flush().
 // jet/FORMAT.md explains each choice.
 #pragma once
 

@@ -58,6 +58,7 @@ struct CatalogEntry {
   RowId row;
 
   uint32_t tdefPage() const { return static_cast<uint32_t>(id) & 0x00FFFFFF; }
+  bool operator==(const CatalogEntry&) const = default;
   bool isTable() const { return (type & 0x7F) == objtype::kTable; }
   bool isSystemTable() const { return isTable() && (flags & kObjectSystemFlags); }
   bool isUserTable() const { return isTable() && !(flags & kObjectSystemFlags); }
@@ -171,6 +172,9 @@ class Database {
   uint32_t allocatePage();
   // Clears a page no structure refers to any more and marks it free.
   void freePage(uint32_t n);
+  // Whether the global page map counts the page as free (pages past the
+  // map's reach count as free).
+  bool pageIsFree(uint32_t n);
   void addToUsageMap(uint32_t packedRowId, uint32_t page);
   void removeFromUsageMap(uint32_t packedRowId, uint32_t page);
   // Replaces the bytes of a slot on a data page, moving the other rows as
@@ -235,7 +239,7 @@ class Database {
   std::vector<Frame> frames_;
   std::vector<std::unique_ptr<uint8_t[]>> spare_;  // page buffers for undo images
   std::map<uint32_t, uint32_t> lastDataPage_;  // table -> page the last row went to
-  std::map<uint32_t, uint32_t> lvalPage_;      // table -> page long values go to
+  std::map<uint64_t, uint32_t> lvalPage_;  // (table, column) -> page long values go to
   std::map<uint32_t, std::string> writableVerdict_;  // table -> whyNotWritable()
   std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter> indexCache_;
   bool systemWrites_ = false;

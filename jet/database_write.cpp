@@ -3,6 +3,7 @@
 // and slot changes on data pages.
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "jet/database.h"
 #include "jet/error.h"
@@ -89,20 +90,72 @@ void Database::rollbackTo(size_t sp) {
 }
 
 void Database::reloadTables() {
-  // Callers hold references to cached definitions: refresh them in place.
-  for (auto& [page, def] : tables_) {
-    std::vector<uint32_t> pages;
-    std::vector<uint8_t> raw = loadTableDefBytes(page, pages);
-    TableDef fresh = parseTableDef(*fmt_, std::move(raw), page, header_.codePage);
-    fresh.name = def->name;
-    fresh.pages = std::move(pages);
-    *def = std::move(fresh);
-  }
+  // Entries and definitions handed out stay where they are when the undone
+  // changes did not touch them: a refused write leaves callers' references
+  // intact.
+  std::optional<std::vector<CatalogEntry>> oldCatalog = std::move(catalog_);
   catalog_.reset();
   lastDataPage_.clear();
   lvalPage_.clear();
   writableVerdict_.clear();
   indexCache_.reset();
+  // Callers hold references to cached definitions: refresh them in place.
+  // A table whose definition was rolled away (created inside the undone
+  // stretch) is dropped; nobody outside the creation holds it yet.
+  for (auto it = tables_.begin(); it != tables_.end();) {
+    const uint32_t page = it->first;
+    if (page >= pageCount_ || this->page(page)[0] != page::kTableDef) {
+      it = tables_.erase(it);
+      continue;
+    }
+    std::vector<uint32_t> pages;
+    std::vector<uint8_t> raw = loadTableDefBytes(page, pages);
+    TableDef fresh = parseTableDef(*fmt_, std::move(raw), page, header_.codePage);
+    fresh.name = it->second->name;
+    fresh.pages = std::move(pages);
+    TableDef& old = *it->second;
+    if (fresh.columns == old.columns && fresh.realIndexes == old.realIndexes &&
+        fresh.indexes == old.indexes && fresh.columnMaps == old.columnMaps) {
+      old.rowCount = fresh.rowCount;
+      old.nextAutoNumber = fresh.nextAutoNumber;
+      old.ownedPages = fresh.ownedPages;
+      old.freeSpacePages = fresh.freeSpacePages;
+      old.maxColumns = fresh.maxColumns;
+      old.varColumns = fresh.varColumns;
+      old.pages = std::move(fresh.pages);
+      old.raw = std::move(fresh.raw);
+    } else {
+      old = std::move(fresh);
+    }
+    ++it;
+  }
+  if (oldCatalog) {
+    const std::vector<CatalogEntry>& now = catalog();
+    if (now == *oldCatalog) catalog_ = std::move(oldCatalog);
+  }
+}
+
+bool Database::pageIsFree(uint32_t n) {
+  Bytes pg1 = page(kGlobalMapPage);
+  Slot s = slot(pg1, kGlobalMapPage, kGlobalMapRow);
+  Bytes map = pg1.subspan(s.start, s.end - s.start);
+  if (map.size() < 5) return false;
+  if (map[0] == kUsageMapInline) {
+    uint32_t start = u32le(&map[1]);
+    if (n < start || n - start >= (map.size() - 5) * 8) return n >= start;  // past the map: free
+    uint64_t bit = n - start;
+    return map[5 + bit / 8] & (1 << (bit % 8));
+  }
+  if (map[0] != kUsageMapReference) return false;
+  // Where a reference map has no page for a stretch, nothing is known of
+  // it; such pages are not counted free.
+  const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
+  size_t i = n / perPage;
+  if (1 + 4 * i + 4 > map.size()) return false;
+  uint32_t mp = u32le(&map[1 + 4 * i]);
+  if (mp == 0 || mp >= pageCount_ || page(mp)[0] != page::kUsageMap) return false;
+  uint64_t bit = n % perPage;
+  return page(mp)[kUsageMapPageHeader + bit / 8] & (1 << (bit % 8));
 }
 
 void Database::flush() {

@@ -115,7 +115,9 @@ Value coerceValue(const Format& fmt, const ColumnDef& c, const Value& v) {
 
 std::vector<uint8_t> encodeJet4Text(const std::string& utf8, bool allowCompression) {
   std::u32string cps = utf8ToCodePoints(utf8);
-  bool compressible = allowCompression && !cps.empty();
+  // Compression pays from three characters on; Jet leaves texts longer than
+  // 1024 characters uncompressed.
+  bool compressible = allowCompression && cps.size() >= 3 && cps.size() <= 1024;
   for (char32_t cp : cps)
     if (cp == 0 || cp > 0xFF) compressible = false;
   std::vector<uint8_t> out;

@@ -22,7 +22,7 @@ Value coerceValue(const Format& fmt, const ColumnDef& c, const Value& v);
 std::vector<uint8_t> encodeFixedOrText(const Format& fmt, const ColumnDef& c, const Value& v);
 
 // Jet 4 text: the compressed form where the column allows it and it is
-// shorter, else UTF-16LE.
+// shorter (3 to 1024 characters, all in U+0001..U+00FF), else UTF-16LE.
 std::vector<uint8_t> encodeJet4Text(const std::string& utf8, bool allowCompression);
 
 // One column of a row being assembled: Null, or present with its stored

@@ -45,6 +45,7 @@ struct ColumnDef {
   uint16_t codePage = 0;  // Jet 3 text columns
   size_t defOffset = 0;   // where the 18/25-byte definition sits in the TDEF
 
+  bool operator==(const ColumnDef&) const = default;
   bool isFixed() const { return flags & colflag::kFixed; }
   bool isAutoNumber() const { return flags & colflag::kAutoLong; }
   bool isAutoGuid() const { return flags & colflag::kAutoGuid; }
@@ -62,6 +63,7 @@ struct IndexColumn {
   uint16_t columnNumber = 0;
   size_t column = 0;  // position in TableDef::columns
   bool ascending = true;
+  bool operator==(const IndexColumn&) const = default;
 };
 
 // A physical index: the B-tree of entries.
@@ -74,6 +76,7 @@ struct RealIndex {
   uint32_t uniqueEntryCount = 0;
   size_t defOffset = 0;
 
+  bool operator==(const RealIndex&) const = default;
   bool unique() const { return flags & idxflag::kUnique; }
   bool ignoreNulls() const { return flags & idxflag::kIgnoreNulls; }
   bool required() const { return flags & idxflag::kRequired; }
@@ -91,6 +94,7 @@ struct LogicalIndex {
   bool cascadeUpdates = false, cascadeDeletes = false;
   size_t defOffset = 0;
 
+  bool operator==(const LogicalIndex&) const = default;
   bool primary() const { return type == kIndexTypePrimary; }
   bool foreignKey() const { return type == kIndexTypeForeign; }
 };
@@ -101,6 +105,7 @@ struct ColumnUsageMaps {
   uint32_t ownedPages = 0;
   uint32_t freeSpacePages = 0;
   size_t defOffset = 0;
+  bool operator==(const ColumnUsageMaps&) const = default;
 };
 
 struct TableDef {

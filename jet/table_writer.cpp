@@ -164,7 +164,8 @@ std::vector<uint8_t> Database::writeLongValue(const TableDef& t, const ColumnDef
     if (m.columnNumber == c.number) maps = &m;
   // Appends one LVAL row somewhere with room and returns where it went.
   auto place = [&](Bytes bytes) -> RowId {
-    auto it = lvalPage_.find(t.tdefPage);
+    const uint64_t key = (static_cast<uint64_t>(t.tdefPage) << 16) | c.number;
+    auto it = lvalPage_.find(key);
     if (it != lvalPage_.end()) {
       int r = appendSlot(it->second, bytes, 0);
       if (r >= 0) return RowId{it->second, static_cast<uint8_t>(r)};
@@ -181,7 +182,7 @@ std::vector<uint8_t> Database::writeLongValue(const TableDef& t, const ColumnDef
       addToUsageMap(maps->ownedPages, n);
       addToUsageMap(maps->freeSpacePages, n);
     }
-    lvalPage_[t.tdefPage] = n;
+    lvalPage_[key] = n;
     int r = appendSlot(n, bytes, 0);
     if (r < 0) throw JetError(JetError::Kind::kInvalid, "long value row does not fit a page");
     return RowId{n, static_cast<uint8_t>(r)};
@@ -283,18 +284,18 @@ RowId Database::insertRow(const TableDef& t, std::vector<Value> values) {
       TableDef& mt = mutableTable(t);
       for (size_t i = 0; i < t.columns.size(); ++i) {
         const ColumnDef& c = t.columns[i];
-        if (c.isAutoNumber() && c.type == coltype::kLong) {
-          if (isNull(values[i])) {
-            values[i] = takeAutoNumber(t);
-          } else if (auto p = std::get_if<int32_t>(&values[i]); p && *p > 0 &&
-                                                                  static_cast<uint32_t>(*p) > mt.nextAutoNumber) {
-            // An explicit number past the counter moves the counter on.
-            mt.nextAutoNumber = static_cast<uint32_t>(*p);
-          }
+        const bool autoNumber = c.isAutoNumber() && c.type == coltype::kLong;
+        if (autoNumber && isNull(values[i])) {
+          values[i] = takeAutoNumber(t);
         } else if (c.isAutoGuid() && isNull(values[i])) {
           values[i] = randomGuid();
         }
         values[i] = coerceValue(*fmt_, c, values[i]);
+        // An explicit number past the counter moves the counter on.
+        if (autoNumber)
+          if (auto p = std::get_if<int32_t>(&values[i]);
+              p && *p > 0 && static_cast<uint32_t>(*p) > mt.nextAutoNumber)
+            mt.nextAutoNumber = static_cast<uint32_t>(*p);
         if (c.type == coltype::kBoolean && isNull(values[i])) values[i] = false;
       }
       std::vector<std::vector<uint8_t>> keys(t.realIndexes.size());

@@ -37,6 +37,11 @@ const char kUsage[] =
     "                         change the matching rows; prints how many changed\n"
     "  delete FILE TABLE COL=VALUE...\n"
     "                         delete the matching rows; prints how many went\n"
+    "  new --template mstn|autocad|PATH OUT [--force]\n"
+    "                         make OUT a copy of a template: mstn and autocad are\n"
+    "                         MstnTemplate.csd and AutoCadTemplate.csd in ../Templates/Warehouses\n"
+    "                         beside csdtool's folder, PATH any .csd or .mdb file; refuses to\n"
+    "                         replace an existing OUT unless --force\n"
     "\n"
     "Values: numbers, text, NULL, dates as 2024-05-01 or 2024-05-01 13:45:00, true/false,\n"
     "binary as 0x0A1B, GUIDs as {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}. 'NULL' in single\n"
@@ -62,7 +67,11 @@ int usageError(const std::string& what) {
 
 // Applies `edit` to a copy of `path` and puts the copy in its place once it
 // is complete and synced, so the file is never left half-written.
-void editSafely(const std::string& path, const std::function<void(jet::Database&)>& edit) {
+void editSafely(const std::string& given, const std::function<void(jet::Database&)>& edit) {
+  // Through a symbolic link, the file it leads to is edited, not the link.
+  std::error_code ec;
+  std::filesystem::path real = std::filesystem::canonical(given, ec);
+  const std::string path = ec ? given : real.string();
   int in = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (in < 0) ioFail(path, "cannot open");
   struct stat st{};
@@ -104,7 +113,7 @@ void editSafely(const std::string& path, const std::function<void(jet::Database&
     } catch (const jet::JetError& e) {
       // Speak of the user's file, not of the working copy.
       std::string msg = e.what();
-      for (size_t at; (at = msg.find(tmp)) != std::string::npos;) msg.replace(at, tmp.size(), path);
+      for (size_t at; (at = msg.find(tmp)) != std::string::npos;) msg.replace(at, tmp.size(), given);
       throw jet::JetError(e.kind(), msg);
     }
     if (::rename(tmp.c_str(), path.c_str()) != 0) ioFail(path, "cannot replace it");
@@ -147,8 +156,106 @@ std::vector<jet::RowId> matchingRows(jet::Database& db, const jet::TableDef& t,
   return ids;
 }
 
+// The template folder as the editor finds it: "Templates/Warehouses" under
+// the parent of the running program's folder, in a build and an install alike.
+std::filesystem::path templateFolder() {
+  std::error_code ec;
+  std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (ec) throw std::runtime_error("cannot find csdtool's own folder: " + ec.message());
+  return self.parent_path().parent_path() / "Templates" / "Warehouses";
+}
+
+// Copies `from` to a new file beside `to` and renames it into place, so `to`
+// is either absent, as it was, or the whole copy. Without `replace` an
+// existing `to` is refused, also one that appears while copying.
+void copyIntoPlace(const std::string& from, const std::string& to, bool replace) {
+  int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
+  if (in < 0) ioFail(from, "cannot open");
+  std::string tmp = to + ".csdtool-XXXXXX";
+  int out = ::mkstemp(tmp.data());
+  if (out < 0) {
+    ::close(in);
+    ioFail(to, "cannot create a file beside it");
+  }
+  try {
+    std::vector<char> buf(1 << 20);
+    while (true) {
+      ssize_t n = ::read(in, buf.data(), buf.size());
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) ioFail(from, "read failed");
+      if (n == 0) break;
+      for (ssize_t done = 0; done < n;) {
+        ssize_t w = ::write(out, buf.data() + done, static_cast<size_t>(n - done));
+        if (w < 0 && errno == EINTR) continue;
+        if (w < 0) ioFail(to, "write failed");
+        done += w;
+      }
+    }
+    mode_t mask = ::umask(0);
+    ::umask(mask);
+    ::fchmod(out, 0666 & ~mask);  // a new document, not a copy of the template's mode
+    if (::fsync(out) != 0) ioFail(to, "sync failed");
+    ::close(in);
+    in = -1;
+    ::close(out);
+    out = -1;
+    int moved = replace
+                    ? ::rename(tmp.c_str(), to.c_str())
+                    : ::renameat2(AT_FDCWD, tmp.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+    if (moved != 0 && !replace && (errno == EINVAL || errno == ENOSYS)) {
+      // A file system without RENAME_NOREPLACE: check, then rename.
+      errno = EEXIST;
+      moved = std::filesystem::exists(to) ? -1 : ::rename(tmp.c_str(), to.c_str());
+    }
+    if (moved != 0 && errno == EEXIST)
+      throw std::runtime_error(to + ": already exists (--force replaces it)");
+    if (moved != 0) ioFail(to, "cannot put the copy in place");
+  } catch (...) {
+    if (in >= 0) ::close(in);
+    if (out >= 0) ::close(out);
+    ::unlink(tmp.c_str());
+    throw;
+  }
+}
+
+int newFromTemplate(const std::vector<std::string>& args) {
+  const char* usage = "new takes --template mstn|autocad|PATH OUT [--force]";
+  std::string choice, out;
+  bool force = false;
+  for (size_t i = 1; i < args.size(); ++i) {
+    if (args[i] == "--force") {
+      force = true;
+    } else if (args[i] == "--template" && i + 1 < args.size() && choice.empty()) {
+      choice = args[++i];
+    } else if (out.empty() && !args[i].starts_with("--")) {
+      out = args[i];
+    } else {
+      return usageError(usage);
+    }
+  }
+  if (choice.empty() || out.empty()) return usageError(usage);
+  try {
+    std::string from = choice;
+    if (choice == "mstn" || choice == "autocad")
+      from = (templateFolder() / (choice == "mstn" ? "MstnTemplate.csd" : "AutoCadTemplate.csd"))
+                 .string();
+    if (!std::filesystem::is_regular_file(from))
+      throw std::runtime_error("template " + from + " not found");
+    if (!force && std::filesystem::exists(out))
+      throw std::runtime_error(out + ": already exists (--force replaces it)");
+    jet::Database::openFile(from)->userTableNames();  // a Jet database, or an error naming it
+    copyIntoPlace(from, out, force);
+  } catch (const std::exception& e) {
+    // The messages name their files; main() would put the first argument in front.
+    std::cerr << "csdtool: " << e.what() << "\n";
+    return 1;
+  }
+  return 0;
+}
+
 int run(const std::vector<std::string>& args) {
   const std::string& cmd = args[0];
+  if (cmd == "new") return newFromTemplate(args);
   if (cmd == "tables") {
     if (args.size() != 2) return usageError("tables takes one FILE");
     auto db = jet::Database::openFile(args[1]);

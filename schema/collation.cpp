@@ -1,0 +1,87 @@
+// The key is the one jet/index_key.cpp builds for a Jet 4 text index (see
+// the description at its top): the main codes, 01, the accent weights, and
+// the deferred characters with their positions. Comparing such keys is how
+// Jet itself orders text, so conditions agree with what an index lookup
+// would find.
+#include "schema/collation.h"
+
+#include <algorithm>
+
+#include "jet/sort_general.h"
+#include "jet/text.h"
+
+namespace schema {
+namespace {
+
+bool plainAscii(std::string_view s) {
+  return std::all_of(s.begin(), s.end(), [](char c) {
+    auto u = static_cast<unsigned char>(c);
+    return u != 0 && u < 0x80;
+  });
+}
+
+char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+}  // namespace
+
+std::vector<uint8_t> textSortKey(std::string_view utf8) {
+  std::vector<uint8_t> key, accents, deferred;
+  size_t mainChars = 0;    // characters that put a code in the main part
+  size_t accentChars = 0;  // main-part characters up to the last accent
+  for (char32_t cp : jet::utf8ToCodePoints(utf8)) {
+    jet::CharWeights w{jet::CharClass::kUnknown};
+    if (cp < 0x10000) w = jet::generalLegacyWeights(static_cast<char16_t>(cp));
+    switch (w.cls) {
+      case jet::CharClass::kIgnored:
+        break;
+      case jet::CharClass::kPlain:
+        jet::appendCode(key, w.code);
+        ++mainChars;
+        break;
+      case jet::CharClass::kAccented:
+        jet::appendCode(key, w.code);
+        accents.insert(accents.end(), mainChars - accentChars, 0x02);
+        jet::appendCode(accents, w.accent);
+        accentChars = ++mainChars;
+        break;
+      case jet::CharClass::kDeferred: {
+        size_t p = accents.size() + (mainChars - accentChars);
+        uint32_t pos = 0x8000 | static_cast<uint32_t>(7 + 4 * p);
+        deferred.push_back(static_cast<uint8_t>(pos >> 8));
+        deferred.push_back(static_cast<uint8_t>(pos));
+        deferred.push_back(0x06);
+        jet::appendCode(deferred, w.code);
+        break;
+      }
+      case jet::CharClass::kAccentable:
+      case jet::CharClass::kUnknown:
+        // No Jet code starts with FF: these sort after every known character.
+        key.insert(key.end(), {0xFF, static_cast<uint8_t>(cp >> 16), static_cast<uint8_t>(cp >> 8),
+                               static_cast<uint8_t>(cp)});
+        ++mainChars;
+        break;
+    }
+  }
+  key.push_back(0x01);
+  key.insert(key.end(), accents.begin(), accents.end());
+  if (!deferred.empty()) {
+    key.insert(key.end(), {0x01, 0x01, 0x01});
+    key.insert(key.end(), deferred.begin(), deferred.end());
+  }
+  return key;
+}
+
+int compareText(std::string_view a, std::string_view b) {
+  std::vector<uint8_t> ka = textSortKey(a), kb = textSortKey(b);
+  return ka < kb ? -1 : ka > kb ? 1 : 0;
+}
+
+bool sameName(std::string_view a, std::string_view b) {
+  // In ASCII the General order tells apart exactly what case folding does.
+  if (plainAscii(a) && plainAscii(b))
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                              [](char x, char y) { return lower(x) == lower(y); });
+  return compareText(a, b) == 0;
+}
+
+}  // namespace schema

@@ -1,0 +1,28 @@
+// Text comparison as Jet compares text in the General sort order of Jet 4
+// (the order of every schema file): letters without regard to case, an
+// accented letter equal to no other letter but sorted right after its base
+// letter when the rest is equal, hyphen and apostrophe weighed only when
+// everything else is equal. Query conditions, FindFirst criteria and the
+// resolution of table and field names all compare through here.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace schema {
+
+// The sort key of a UTF-8 text: two texts compare as their keys compare
+// bytewise. Built like the text keys of Jet's indexes, without their cut
+// at 255 characters and without dropping trailing spaces; characters whose
+// weights jet/sort_general.h does not know sort after all others, by code.
+std::vector<uint8_t> textSortKey(std::string_view utf8);
+
+// <0, 0 or >0 as `a` sorts before, with or after `b`.
+int compareText(std::string_view a, std::string_view b);
+
+// Whether two table or field names name the same object: compareText gives
+// 0. Cheap for ASCII names, which is what the schema's names are.
+bool sameName(std::string_view a, std::string_view b);
+
+}  // namespace schema

@@ -1,0 +1,426 @@
+// Index keys: every entry of every index in the corpus rebuilt from its row,
+// and the ordering properties each column type's encoding must have.
+#include "jet/index_key.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cfloat>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <map>
+#include <random>
+
+#include "jet/error.h"
+#include "jet/text.h"
+#include "tests/jet/test_util.h"
+
+using namespace jet;
+using jettest::corpusFiles;
+using jettest::corpusPath;
+
+namespace {
+
+using Key = std::vector<uint8_t>;
+
+std::string hex(const Key& k) {
+  std::string s;
+  char b[4];
+  for (uint8_t x : k) std::snprintf(b, sizeof b, "%02X ", x), s += b;
+  return s;
+}
+
+bool hasTextColumn(const TableDef& t, const RealIndex& ri) {
+  return std::any_of(ri.columns.begin(), ri.columns.end(),
+                     [&](const IndexColumn& ic) { return t.columns[ic.column].isText(); });
+}
+
+// Every table of a corpus file with its live rows decoded, keyed by row id.
+template <typename F>
+void forEachTable(Database& db, F&& f) {
+  for (const CatalogEntry& e : db.catalog()) {
+    if (!e.isTable()) continue;
+    const TableDef& t = db.tableAtPage(e.tdefPage(), e.name);
+    std::map<RowId, std::vector<Value>> rows;
+    db.scanRows(t, [&](RowId id, Bytes b) { return rows.emplace(id, db.decodeRow(t, b)), true; });
+    f(t, rows);
+  }
+}
+
+TEST(IndexKeyCorpus, EveryEntryOfEveryIndexIsRebuiltFromItsRow) {
+  size_t total = 0, jet3Text = 0, jet4Text = 0;
+  for (const std::string& name : corpusFiles()) {
+    auto db = Database::openFile(corpusPath(name));
+    const Format& fmt = db->format();
+    size_t compared = 0, skipped = 0, mismatches = 0;
+    forEachTable(*db, [&](const TableDef& t, const std::map<RowId, std::vector<Value>>& rows) {
+      for (const RealIndex& ri : t.realIndexes) {
+        SCOPED_TRACE(name + " " + t.name + " index " + std::to_string(ri.number));
+        std::string why;
+        if (!canEncodeIndex(fmt, t, ri, &why)) {
+          ++skipped;
+          EXPECT_FALSE(fmt.version == Version::kJet4 && hasTextColumn(t, ri)) << why;
+          EXPECT_FALSE(why.empty());
+          continue;
+        }
+        for (const IndexEntry& e : db->readIndex(ri)) {
+          auto row = rows.find(e.row);
+          ASSERT_NE(row, rows.end()) << toString(e.row);
+          Key k = encodeIndexKey(fmt, t, ri, row->second);
+          ++compared;
+          if (hasTextColumn(t, ri)) ++(fmt.version == Version::kJet3 ? jet3Text : jet4Text);
+          if (k != e.key && ++mismatches <= 5)
+            ADD_FAILURE() << toString(e.row) << "\n  stored   " << hex(e.key) << "\n  computed "
+                          << hex(k);
+        }
+      }
+    });
+    std::printf("[ index keys ] %-32s %5zu entries rebuilt, %zu indexes skipped\n", name.c_str(),
+                compared, skipped);
+    EXPECT_EQ(mismatches, 0u) << name;
+    total += compared;
+  }
+  EXPECT_GT(total, 7000u);
+  EXPECT_GT(jet3Text, 2000u);  // testIndexCodesV1997 holds every Windows-1252 character
+  EXPECT_GT(jet4Text, 400u);
+}
+
+TEST(IndexKeyCorpus, SortingComputedKeysGivesTheStoredEntryOrder) {
+  size_t indexes = 0;
+  for (const std::string& name : corpusFiles()) {
+    auto db = Database::openFile(corpusPath(name));
+    forEachTable(*db, [&](const TableDef& t, const std::map<RowId, std::vector<Value>>& rows) {
+      for (const RealIndex& ri : t.realIndexes) {
+        if (!canEncodeIndex(db->format(), t, ri, nullptr)) continue;
+        SCOPED_TRACE(name + " " + t.name + " index " + std::to_string(ri.number));
+        // Jet leaves out a row whose key columns are all Null when the index
+        // ignores nulls.
+        std::vector<std::pair<Key, RowId>> built;
+        for (const auto& [id, values] : rows) {
+          bool allNull =
+              std::all_of(ri.columns.begin(), ri.columns.end(),
+                          [&](const IndexColumn& ic) { return isNull(values[ic.column]); });
+          if (ri.ignoreNulls() && allNull) continue;
+          built.emplace_back(encodeIndexKey(db->format(), t, ri, values), id);
+        }
+        std::sort(built.begin(), built.end());
+        std::vector<std::pair<Key, RowId>> stored;
+        for (IndexEntry& e : db->readIndex(ri)) stored.emplace_back(std::move(e.key), e.row);
+        EXPECT_EQ(built, stored);
+        ++indexes;
+      }
+    });
+  }
+  EXPECT_GT(indexes, 300u);
+}
+
+// ---- Single-column tables built in memory ----
+
+// Jet 3 keeps a text column's sort order in its definition bytes only.
+constexpr size_t kJet3SortOrderAt = 9;
+
+ColumnDef columnOf(uint8_t type, std::string name = "c") {
+  ColumnDef c;
+  c.name = std::move(name);
+  c.type = type;
+  if (c.isText()) {
+    c.sortOrder = 1033;
+    c.codePage = 1252;
+  }
+  return c;
+}
+
+TableDef tableOf(const Format& fmt, std::vector<ColumnDef> cols, uint16_t jet3SortOrder = 1033) {
+  TableDef t;
+  t.name = "t";
+  for (size_t i = 0; i < cols.size(); ++i) {
+    cols[i].number = static_cast<uint16_t>(i);
+    cols[i].defOffset = i * fmt.columnDefSize;
+  }
+  t.raw.assign(cols.size() * fmt.columnDefSize, 0);
+  for (const ColumnDef& c : cols) {
+    t.raw[c.defOffset + kJet3SortOrderAt] = static_cast<uint8_t>(jet3SortOrder);
+    t.raw[c.defOffset + kJet3SortOrderAt + 1] = static_cast<uint8_t>(jet3SortOrder >> 8);
+  }
+  t.columns = std::move(cols);
+  return t;
+}
+
+RealIndex indexOn(std::vector<bool> ascending) {
+  RealIndex ri;
+  for (size_t i = 0; i < ascending.size(); ++i)
+    ri.columns.push_back({static_cast<uint16_t>(i), i, ascending[i]});
+  return ri;
+}
+
+Key keyOf(const Format& fmt, uint8_t type, bool ascending, const Value& v) {
+  return encodeIndexKey(fmt, tableOf(fmt, {columnOf(type)}), indexOn({ascending}), {v});
+}
+
+// Keys of values listed in increasing order must increase ascending and
+// decrease descending, all with the same length; Null goes first ascending
+// and last descending.
+void expectOrdered(uint8_t type, const std::vector<Value>& increasing, size_t valueSize) {
+  SCOPED_TRACE(typeName(type));
+  for (bool asc : {true, false}) {
+    std::vector<Key> keys;
+    for (const Value& v : increasing) keys.push_back(keyOf(kJet4Format, type, asc, v));
+    for (size_t i = 0; i < keys.size(); ++i) {
+      EXPECT_EQ(keys[i].size(), 1 + valueSize) << i;
+      EXPECT_EQ(keys[i], keyOf(kJet3Format, type, asc, increasing[i])) << "same in Jet 3";
+      if (i > 0) {
+        EXPECT_TRUE(asc ? keys[i - 1] < keys[i] : keys[i] < keys[i - 1]) << i;
+      }
+    }
+    Key null = keyOf(kJet4Format, type, asc, Value{});
+    EXPECT_EQ(null.size(), 1u);
+    EXPECT_TRUE(asc ? null < keys.front() : keys.front() < null);
+  }
+}
+
+TEST(IndexKey, NumbersKeysFollowTheirValues) {
+  expectOrdered(coltype::kByte, {0, 1, 127, 128, 255}, 1);
+  expectOrdered(coltype::kInteger, {-32768, -256, -1, 0, 1, 255, 32767}, 2);
+  expectOrdered(coltype::kLong, {INT32_MIN, -65536, -1, 0, 1, 65536, INT32_MAX}, 4);
+  expectOrdered(coltype::kCurrency,
+                {Currency{INT64_MIN}, Currency{-10000}, Currency{-1}, Currency{0}, Currency{1},
+                 Currency{4294967296}, Currency{INT64_MAX}},
+                8);
+  const float fi = std::numeric_limits<float>::infinity();
+  const float fd = std::numeric_limits<float>::denorm_min();
+  expectOrdered(coltype::kSingle,
+                {-fi, -FLT_MAX, -1.5f, -1.0f, -fd, 0.0f, fd, FLT_MIN, 1.0f, 1.5f, FLT_MAX, fi}, 4);
+  const double di = std::numeric_limits<double>::infinity();
+  const double dd = std::numeric_limits<double>::denorm_min();
+  expectOrdered(coltype::kDouble,
+                {-di, -DBL_MAX, -2.0, -1.0, -dd, 0.0, dd, 1e-300, 1.0, 2.0, DBL_MAX, di}, 8);
+  expectOrdered(coltype::kDateTime,
+                {DateTime{-657434}, DateTime{-1.25}, DateTime{-1}, DateTime{0}, DateTime{0.5},
+                 DateTime{36526.5}, DateTime{2958465.99998843}},
+                8);
+}
+
+TEST(IndexKey, BooleansSortTrueFirstAndAreNeverNull) {
+  for (bool asc : {true, false}) {
+    Key yes = keyOf(kJet4Format, coltype::kBoolean, asc, true);
+    Key no = keyOf(kJet4Format, coltype::kBoolean, asc, false);
+    EXPECT_TRUE(asc ? yes < no : no < yes);  // Access's True is -1
+    EXPECT_EQ(keyOf(kJet4Format, coltype::kBoolean, asc, Value{}), no);
+    EXPECT_EQ(yes.size(), 2u);
+  }
+}
+
+TEST(IndexKey, GuidsAndBinarySortLikeTheirBytes) {
+  std::mt19937 rng(7);
+  // GUIDs in the order of their text form.
+  std::vector<Guid> guids(60);
+  for (Guid& g : guids)
+    for (uint8_t& b : g.bytes) b = static_cast<uint8_t>(rng() % 3 == 0 ? 0 : rng());
+  std::sort(guids.begin(), guids.end(),
+            [](const Guid& a, const Guid& b) { return guidToString(a) < guidToString(b); });
+  // Blobs of every length around the 8-byte groups, from a few byte values
+  // that collide with the group markers.
+  std::vector<Blob> blobs;
+  for (int n = 0; n < 200; ++n) {
+    Blob b(1 + rng() % 25);
+    for (uint8_t& x : b) x = std::array<uint8_t, 5>{0x00, 0x01, 0x08, 0x09, 0xFF}[rng() % 5];
+    blobs.push_back(b);
+  }
+  std::sort(blobs.begin(), blobs.end());
+  EXPECT_THROW(keyOf(kJet4Format, coltype::kBinary, true, Blob{}), JetError);
+  for (bool asc : {true, false}) {
+    for (size_t i = 1; i < guids.size(); ++i) {
+      Key a = keyOf(kJet4Format, coltype::kGuid, asc, guids[i - 1]);
+      Key b = keyOf(kJet4Format, coltype::kGuid, asc, guids[i]);
+      if (guids[i - 1] == guids[i]) continue;
+      EXPECT_TRUE(asc ? a < b : b < a) << guidToString(guids[i]);
+    }
+    for (size_t i = 1; i < blobs.size(); ++i) {
+      Key a = keyOf(kJet4Format, coltype::kBinary, asc, blobs[i - 1]);
+      Key b = keyOf(kJet4Format, coltype::kBinary, asc, blobs[i]);
+      if (blobs[i - 1] == blobs[i]) {
+        EXPECT_EQ(a, b);
+      } else {
+        EXPECT_TRUE(asc ? a < b : b < a) << i;
+      }
+    }
+  }
+}
+
+// ---- Text ----
+
+Key textKey(const Format& fmt, const std::string& s, bool asc = true) {
+  return keyOf(fmt, coltype::kText, asc, s);
+}
+
+const Format* const kBothFormats[] = {&kJet3Format, &kJet4Format};
+
+std::string utf8(char32_t c) {
+  std::string s;
+  appendUtf8(s, c);
+  return s;
+}
+
+TEST(IndexKeyText, GeneralOrderIgnoresCaseAndRanksAccentsAfterTheirLetter) {
+  for (const Format* fmt : kBothFormats) {
+    SCOPED_TRACE(fmt->version == Version::kJet3 ? "Jet 3" : "Jet 4");
+    EXPECT_EQ(textKey(*fmt, "Smith"), textKey(*fmt, "SMITH"));
+    // Every Windows-1252 letter with a case partner folds onto it.
+    std::vector<std::pair<char32_t, char32_t>> pairs = {
+        {0x160, 0x161}, {0x152, 0x153}, {0x17D, 0x17E}, {0x178, 0xFF}};
+    for (char32_t c = 0xC0; c <= 0xDE; ++c)
+      if (c != 0xD7) pairs.emplace_back(c, c + 0x20);
+    for (auto [upper, lower] : pairs)
+      EXPECT_EQ(textKey(*fmt, "x" + utf8(upper) + "y"), textKey(*fmt, "X" + utf8(lower) + "Y"))
+          << std::hex << static_cast<unsigned>(upper);
+    // Accented letters sort with their base letter, after it when all else
+    // is equal.
+    std::vector<std::string> increasing = {
+        "", "e", "\u00E9", "\u00EA", "f", "resume", "r\u00E9sum\u00E9", "resumes", "zz"};
+    for (bool asc : {true, false})
+      for (size_t i = 1; i < increasing.size(); ++i) {
+        Key a = textKey(*fmt, increasing[i - 1], asc), b = textKey(*fmt, increasing[i], asc);
+        EXPECT_TRUE(asc ? a < b : b < a) << increasing[i];
+      }
+    // Null comes before the empty string, and after it descending.
+    EXPECT_LT(keyOf(*fmt, coltype::kText, true, Value{}), textKey(*fmt, ""));
+    EXPECT_GT(keyOf(*fmt, coltype::kText, false, Value{}), textKey(*fmt, "", false));
+  }
+}
+
+TEST(IndexKeyText, AccentsFartherRightAndLigaturesWeighAsTheyShould) {
+  for (const Format* fmt : kBothFormats) {
+    SCOPED_TRACE(fmt->version == Version::kJet3 ? "Jet 3" : "Jet 4");
+    // Equal letters: the first accent decides, and an accent sooner weighs
+    // more than one later.
+    std::vector<std::string> increasing = {"eee",           "ee\u00E9", "e\u00E9e",
+                                           "e\u00E9\u00E9", "\u00E9ee", "\u00E9\u00E9\u00E9"};
+    for (size_t i = 1; i < increasing.size(); ++i)
+      EXPECT_LT(textKey(*fmt, increasing[i - 1]), textKey(*fmt, increasing[i])) << i;
+    // Ligatures sort as the letters they stand for.
+    EXPECT_EQ(textKey(*fmt, "Stra\u00DFe"), textKey(*fmt, "strasse"));
+    EXPECT_EQ(textKey(*fmt, "\u00C6on \u0153uvre"), textKey(*fmt, "aeon oeuvre"));
+  }
+  // Access 97 places later accents by counting the letters a ligature
+  // stands for ("...großmärkte" in a file it wrote); Access 2000 counts
+  // characters, so there the two spellings differ.
+  EXPECT_EQ(textKey(kJet3Format, "gro\u00DFm\u00E4rkte"), textKey(kJet3Format, "grossm\u00E4rkte"));
+  EXPECT_NE(textKey(kJet4Format, "gro\u00DFm\u00E4rkte"), textKey(kJet4Format, "grossm\u00E4rkte"));
+}
+
+TEST(IndexKeyText, HyphensAndApostrophesOnlyBreakTiesInJet4) {
+  // Access 2000's word sort: "co-op" sorts right after "coop", and among
+  // such ties the earlier hyphen first.
+  std::vector<std::string> increasing = {"coop",  "-coop", "co-op", "coo-p",
+                                         "coopa", "its",   "it's",  "itsy"};
+  for (size_t i = 1; i < increasing.size(); ++i)
+    EXPECT_LT(textKey(kJet4Format, increasing[i - 1]), textKey(kJet4Format, increasing[i]))
+        << increasing[i];
+  // Access 97 weighs the hyphen like any other punctuation, before letters.
+  EXPECT_LT(textKey(kJet3Format, "co-op"), textKey(kJet3Format, "coop"));
+}
+
+TEST(IndexKeyText, TrailingSpacesAndTextPast255CharactersAreNotIndexed) {
+  for (const Format* fmt : kBothFormats) {
+    EXPECT_EQ(textKey(*fmt, "abc   "), textKey(*fmt, "abc"));
+    EXPECT_NE(textKey(*fmt, " abc"), textKey(*fmt, "abc"));
+    std::string head(kMaxIndexedTextChars - 1, 'a');
+    EXPECT_NE(textKey(*fmt, head + "x"), textKey(*fmt, head + "y"));
+    EXPECT_EQ(textKey(*fmt, head + "x" + "y"), textKey(*fmt, head + "x" + "z"));
+    // Spaces that reach past the cut go too.
+    EXPECT_EQ(textKey(*fmt, head + " " + "z"), textKey(*fmt, head));
+    // Memo keys follow the same rules.
+    EXPECT_EQ(keyOf(*fmt, coltype::kMemo, true, head + "xyz"), textKey(*fmt, head + "x"));
+  }
+  // Jet 4 counts UTF-16 units: a character past the cut is not looked at.
+  std::string units(kMaxIndexedTextChars, 'a');
+  EXPECT_EQ(textKey(kJet4Format, units + "\u3099"), textKey(kJet4Format, units));
+}
+
+TEST(IndexKeyText, CharactersWithUnlearnedRulesAreRefusedNotGuessed) {
+  auto refusal = [](const Format& fmt, const std::string& s) -> std::string {
+    try {
+      textKey(fmt, "a" + s);
+    } catch (const JetError& e) {
+      EXPECT_EQ(e.kind(), JetError::Kind::kUnsupported);
+      return e.what();
+    }
+    return "";
+  };
+  EXPECT_NE(refusal(kJet4Format, "\u0301").find("U+0301"), std::string::npos);  // combining acute
+  EXPECT_NE(refusal(kJet4Format, "\u3058").find("U+3058"), std::string::npos);  // kana
+  EXPECT_NE(refusal(kJet4Format, "\U0001F600").find("U+1F600"), std::string::npos);
+  EXPECT_NE(refusal(kJet3Format, "\u03A9").find("U+03A9"), std::string::npos);  // not in 1252
+  // Every Windows-1252 character can be indexed in both versions, and so
+  // can other scripts in Jet 4.
+  for (int b = 1; b < 256; ++b)
+    for (const Format* fmt : kBothFormats)
+      EXPECT_EQ(refusal(*fmt, utf8(cp1252ToUnicode(static_cast<uint8_t>(b)))), "") << b;
+  EXPECT_EQ(textKey(kJet4Format, "\u041C\u0418\u0420"), textKey(kJet4Format, "\u043C\u0438\u0440"));
+}
+
+TEST(IndexKey, ColumnsCompareInIndexOrderWithTheirOwnDirection) {
+  TableDef t = tableOf(kJet4Format, {columnOf(coltype::kLong), columnOf(coltype::kText)});
+  RealIndex ri = indexOn({true, false});
+  std::vector<std::vector<Value>> increasing;  // Long ascending, then text descending
+  for (Value n : {Value{}, Value{-5}, Value{0}, Value{7}})
+    for (Value s : {Value{std::string("b")}, Value{std::string("ab")}, Value{std::string("a")},
+                    Value{std::string("")}, Value{}})
+      increasing.push_back({n, s});
+  for (size_t i = 1; i < increasing.size(); ++i)
+    EXPECT_LT(encodeIndexKey(kJet4Format, t, ri, increasing[i - 1]),
+              encodeIndexKey(kJet4Format, t, ri, increasing[i]))
+        << i;
+}
+
+TEST(IndexKey, IndexesItCannotKeepAreRefusedWithAReason) {
+  auto reason = [](const Format& fmt, const TableDef& t) {
+    std::string why;
+    EXPECT_FALSE(canEncodeIndex(fmt, t, indexOn({true}), &why));
+    EXPECT_THROW(encodeIndexKey(fmt, t, indexOn({true}), {Value{}}), JetError);
+    return why;
+  };
+  ColumnDef russian = columnOf(coltype::kText);
+  russian.sortOrder = 1049;
+  EXPECT_NE(reason(kJet4Format, tableOf(kJet4Format, {russian})).find("1049"), std::string::npos);
+  ColumnDef access2010 = columnOf(coltype::kText);
+  access2010.sortVersion = 1;
+  EXPECT_NE(reason(kJet4Format, tableOf(kJet4Format, {access2010})).find("version 1"),
+            std::string::npos);
+  EXPECT_NE(
+      reason(kJet4Format, tableOf(kJet4Format, {columnOf(coltype::kDecimal)})).find("Decimal"),
+      std::string::npos);
+  EXPECT_FALSE(reason(kJet4Format, tableOf(kJet4Format, {columnOf(coltype::kOle)})).empty());
+  // Jet 3: the sort order from the definition bytes, and the code page.
+  EXPECT_TRUE(canEncodeIndex(kJet3Format, tableOf(kJet3Format, {columnOf(coltype::kText)}),
+                             indexOn({true}), nullptr));
+  EXPECT_NE(
+      reason(kJet3Format, tableOf(kJet3Format, {columnOf(coltype::kText)}, 1031)).find("1031"),
+      std::string::npos);
+  ColumnDef cyrillic = columnOf(coltype::kText);
+  cyrillic.codePage = 1251;
+  EXPECT_NE(reason(kJet3Format, tableOf(kJet3Format, {cyrillic})).find("1251"), std::string::npos);
+}
+
+TEST(IndexKey, ValuesThatDoNotFitTheirColumnAreRejected) {
+  auto kind = [](uint8_t type, const Value& v) {
+    try {
+      keyOf(kJet4Format, type, true, v);
+    } catch (const JetError& e) {
+      return e.kind();
+    }
+    return JetError::Kind::kIo;  // stands for "no error"
+  };
+  EXPECT_EQ(kind(coltype::kByte, 256), JetError::Kind::kInvalid);
+  EXPECT_EQ(kind(coltype::kInteger, 40000), JetError::Kind::kInvalid);
+  EXPECT_EQ(kind(coltype::kLong, std::string("12")), JetError::Kind::kInvalid);
+  EXPECT_EQ(kind(coltype::kText, 12), JetError::Kind::kInvalid);
+  EXPECT_EQ(kind(coltype::kDouble, 1.0f), JetError::Kind::kInvalid);
+  EXPECT_EQ(kind(coltype::kByte, 255), JetError::Kind::kIo);
+  TableDef t = tableOf(kJet4Format, {columnOf(coltype::kLong), columnOf(coltype::kLong)});
+  EXPECT_THROW(encodeIndexKey(kJet4Format, t, indexOn({true}), {Value{1}}), JetError);
+}
+
+}  // namespace

@@ -1,0 +1,408 @@
+#!/usr/bin/env python3
+"""Checks the generated template documents against their JSON descriptions.
+
+  template_test.py CSDTOOL GENERATOR DUMP_MJS DESCRIPTIONS_DIR BUILT_DIR
+
+For MstnTemplate.csd (mstn.json) and AutoCadTemplate.csd (autocad.json):
+
+  * tables, in order: `csdtool tables`, `mdb-tables -1` and mdb-reader;
+  * columns with type and size: `csdtool columns`, `mdb-schema` and mdb-reader;
+  * indexes: `csdtool schema` (names, columns, flags) and `mdb-schema` (mysql
+    form, which is the one that lists them);
+  * rows: `csdtool export` equals `mdb-export` byte for byte and both equal the
+    description; mdb-reader's rows equal it value for value (it alone tells an
+    empty text from Null);
+  * `csdtool check` finds no fault;
+  * the reference data keeps the rules the editor relies on (geometry
+    sub-types, the linkage attributes 26 and 27, keys on non-spatial
+    attributes, value tables of the attribute's type, the seven scanner rows);
+  * the generator refuses broken descriptions with exit status 1, one line
+    naming the fault, and no output file.
+"""
+
+import copy
+import csv
+import io
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+TEMPLATES = [("mstn.json", "MstnTemplate.csd"), ("autocad.json", "AutoCadTemplate.csd")]
+
+BYTES = {"Boolean": 1, "Byte": 1, "Integer": 2, "Long": 4, "Currency": 8, "Single": 4,
+         "Double": 8, "DateTime": 8, "Memo": 0}
+READER_TYPES = {"Boolean": "boolean", "Byte": "byte", "Integer": "integer", "Long": "long",
+                "Currency": "currency", "Single": "float", "Double": "double",
+                "DateTime": "datetime", "Text": "text", "Memo": "memo"}
+MDB_SCHEMA_TYPES = {"Boolean": "Boolean", "Byte": "Byte", "Integer": "Integer",
+                    "Long": "Long Integer", "Currency": "Currency", "Single": "Single",
+                    "Double": "Double", "DateTime": "DateTime", "Memo": "Memo/Hyperlink"}
+GDO_TYPES = {1, 2, 3, 4, 5, 6, 7, 8, 10, 12, 32, 33}
+VALUE_COLUMN = {1: "Boolean", 2: "Byte", 3: "Integer", 4: "Long", 5: "Currency", 6: "Single",
+                7: "Double", 8: "DateTime", 10: "Text", 12: "Memo"}
+KEY_TYPES = {"GraphicFeature", "DbLinkedFeature", "DbLFeatSuppGrAttr", "GraphicToDbTableLink",
+             "GraphicToDbRowLink"}
+PARAMETER_NAMES = ["DBConnectString", "GraphicConnectString", "CADExtension",
+                   "GraphicScannerClass", "DbScannerClass", "INI", "Version"]
+PARAMETERS = {
+    "mstn.json": ["*.dgn", "Torv.VektScanner"],
+    "autocad.json": ["*.dwg; *.dxf", "Torv.AutoCADScanner"],
+}
+
+
+def run(args, check=True):
+    proc = subprocess.run(args, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    if check and proc.returncode != 0:
+        raise RuntimeError("%s failed (%d): %s" % (" ".join(args), proc.returncode,
+                                                   proc.stderr.decode("utf-8", "replace")))
+    return proc
+
+
+def out(args):
+    return run(args).stdout.decode("utf-8")
+
+
+def parse_csv(text):
+    return list(csv.reader(io.StringIO(text, newline="")))
+
+
+class Failures:
+    def __init__(self):
+        self.items = []
+        self.checks = 0
+
+    def expect(self, ok, where, what):
+        self.checks += 1
+        if not ok:
+            self.items.append("%s: %s" % (where, what))
+
+    def equal(self, got, want, where, what):
+        if got == want or not (isinstance(got, list) and isinstance(want, list)):
+            self.expect(got == want, where, "%s: got %r, want %r" % (what, got, want))
+            return
+        # Lists of rows or columns: name the first difference, not both lists whole.
+        i = next((i for i, (g, w) in enumerate(zip(got, want)) if g != w), min(len(got), len(want)))
+        self.expect(False, where, "%s: %d entries, want %d; entry %d is %r, want %r" % (
+            what, len(got), len(want), i + 1, got[i] if i < len(got) else None,
+            want[i] if i < len(want) else None))
+
+
+class TemplateCheck:
+    def __init__(self, tools, fails):
+        self.csdtool, self.dump = tools
+        self.f = fails
+
+    def reader_rows(self, path, table):
+        text = out(["node", self.dump, path, table])
+        return [json.loads(line) for line in text.splitlines()]
+
+    def check_tables(self, path, desc):
+        where = os.path.basename(path)
+        want = [t["name"] for t in desc["tables"]]
+        self.f.equal(out([self.csdtool, "tables", path]).splitlines(), want, where, "csdtool tables")
+        self.f.equal(out(["mdb-tables", "-1", path]).splitlines(), want, where, "mdb-tables")
+        self.f.equal(out(["node", self.dump, path]).splitlines(), want, where, "mdb-reader tables")
+
+    def check_columns(self, path, table, access_schema):
+        where = "%s %s" % (os.path.basename(path), table["name"])
+        cols = table["columns"]
+        ours = [line.split("\t") for line in
+                out([self.csdtool, "columns", path, table["name"]]).splitlines()]
+        want = [[c["name"], c["type"], str(2 * c["size"] if c["type"] == "Text" else BYTES[c["type"]])]
+                for c in cols]
+        self.f.equal([o[:3] for o in ours], want, where, "csdtool columns")
+        self.f.equal(["autonumber" in o[3].split(",") for o in ours],
+                     [bool(c.get("autoNumber")) for c in cols], where, "AutoNumber flags")
+        reader = [json.loads(line) for line in
+                  out(["node", self.dump, "--columns", path, table["name"]]).splitlines()]
+        self.f.equal([(r["name"], r["type"], r["autoLong"]) for r in reader],
+                     [(c["name"], READER_TYPES[c["type"]], bool(c.get("autoNumber")))
+                      for c in cols], where, "mdb-reader columns")
+        self.f.equal([r["size"] for r in reader if r["type"] == "text"],
+                     [2 * c["size"] for c in cols if c["type"] == "Text"], where,
+                     "mdb-reader text sizes")
+        self.f.equal(access_schema.get(table["name"]),
+                     [(c["name"], "Text (%d)" % c["size"] if c["type"] == "Text"
+                       else MDB_SCHEMA_TYPES[c["type"]]) for c in cols], where, "mdb-schema columns")
+
+    def check_indexes(self, path, table, mysql_indexes):
+        where = "%s %s" % (os.path.basename(path), table["name"])
+        text = out([self.csdtool, "schema", path, table["name"]])
+        ours = []
+        if "  Indexes:\n" in text:
+            for line in text.split("  Indexes:\n", 1)[1].splitlines():
+                m = re.match(r"    (.+?) \((.*)\)(.*)$", line)
+                self.f.expect(m is not None, where, "unreadable index line %r" % line)
+                if m:
+                    ours.append((m.group(1), m.group(2).split(", "),
+                                 frozenset(re.findall(r"primary key|unique|ignore-nulls|required",
+                                                      m.group(3)))))
+        want, want_mysql = [], []
+        for ix in table["indexes"]:
+            desc = ix.get("descending", [False] * len(ix["columns"]))
+            flags = set()
+            if ix.get("primary"):
+                flags |= {"primary key", "unique", "required"}
+            for key, word in (("unique", "unique"), ("ignoreNulls", "ignore-nulls"),
+                              ("required", "required")):
+                if ix.get(key):
+                    flags.add(word)
+            want.append((ix["name"], [c + (" DESC" if d else "") for c, d in
+                                      zip(ix["columns"], desc)], frozenset(flags)))
+            kind = "PRIMARY KEY" if ix.get("primary") else (
+                "UNIQUE INDEX" if ix.get("unique") else "INDEX")
+            want_mysql.append((kind, None if ix.get("primary") else ix["name"], ix["columns"]))
+        self.f.equal(sorted(ours, key=lambda i: i[0]), sorted(want, key=lambda i: i[0]), where,
+                     "csdtool schema indexes")
+        self.f.equal(sorted(mysql_indexes.get(table["name"], []), key=str),
+                     sorted(want_mysql, key=str), where, "mdb-schema indexes")
+        m = re.search(r", (\d+) rows", text)
+        self.f.equal(int(m.group(1)) if m else None, len(table["rows"]), where, "row count")
+
+    def check_rows(self, path, table):
+        where = "%s %s" % (os.path.basename(path), table["name"])
+        ours = out([self.csdtool, "export", path, table["name"]])
+        theirs = out(["mdb-export", path, table["name"]])
+        self.f.equal(ours, theirs, where, "csdtool export against mdb-export")
+        rows = parse_csv(ours)
+        self.f.equal(rows[0] if rows else None, [c["name"] for c in table["columns"]], where,
+                     "CSV header")
+        self.f.equal(rows[1:], [[csv_text(v) for v in r] for r in table["rows"]], where, "CSV rows")
+        names = [c["name"] for c in table["columns"]]
+        self.f.equal(self.reader_rows(path, table["name"]),
+                     [dict(zip(names, r)) for r in table["rows"]], where, "mdb-reader rows")
+
+    def check(self, path, desc):
+        self.check_tables(path, desc)
+        access_schema = parse_access_schema(out(["mdb-schema", path, "access"]))
+        mysql_indexes = parse_mysql_indexes(out(["mdb-schema", "--indexes", path, "mysql"]))
+        for table in desc["tables"]:
+            self.check_columns(path, table, access_schema)
+            self.check_indexes(path, table, mysql_indexes)
+            self.check_rows(path, table)
+        proc = run([self.csdtool, "check", path], check=False)
+        self.f.expect(proc.returncode == 0 and not proc.stdout, os.path.basename(path),
+                      "csdtool check: %s" % proc.stdout.decode("utf-8", "replace"))
+
+
+def csv_text(v):
+    if v is None:
+        return ""
+    if isinstance(v, bool):
+        return "1" if v else "0"
+    return str(v)
+
+
+def parse_access_schema(text):
+    tables, current = {}, None
+    for line in text.splitlines():
+        m = re.match(r"CREATE TABLE \[(.+)\]$", line)
+        if m:
+            current = tables.setdefault(m.group(1), [])
+            continue
+        m = re.match(r"\s+\[(.+?)\]\s+(.+?)(?: NOT NULL)?,?\s*$", line)
+        if m and current is not None:
+            current.append((m.group(1), m.group(2)))
+    return tables
+
+
+def parse_mysql_indexes(text):
+    found = {}
+    for m in re.finditer(r"ALTER TABLE `(.+?)` ADD (PRIMARY KEY|UNIQUE INDEX|INDEX) ?(?:`(.+?)` )?"
+                         r"\((.+?)\);", text):
+        cols = [c.strip().strip("`") for c in m.group(4).split(",")]
+        found.setdefault(m.group(1), []).append((m.group(2), m.group(3), cols))
+    return found
+
+
+def table_of(desc, name):
+    return next(t for t in desc["tables"] if t["name"] == name)
+
+
+def records(desc, name):
+    t = table_of(desc, name)
+    names = [c["name"] for c in t["columns"]]
+    return [dict(zip(names, r)) for r in t["rows"]]
+
+
+def check_reference_data(key, desc, f):
+    """The rules the editor's forms take for granted about the template's rows."""
+    where = key
+    attrs = {a["AttrId"]: a for a in records(desc, "GraphicAttributes")}
+    for a in attrs.values():
+        f.expect(a["GDOType"] in GDO_TYPES, where, "attribute %s has GDOType %r" % (a["Name"], a["GDOType"]))
+        spatial = a["GDOType"] in (32, 33)
+        f.expect((a["GDOSubType"] is not None) == spatial, where,
+                 "attribute %s: GDOType %d with GDOSubType %r" % (a["Name"], a["GDOType"], a["GDOSubType"]))
+    f.expect(any(a["GDOType"] == 32 for a in attrs.values()), where, "no spatial attribute")
+    f.expect(any(a["GDOType"] == 33 for a in attrs.values()), where, "no graphic attribute")
+    f.equal({a["GDOSubType"] for a in attrs.values() if a["GDOSubType"] is not None},
+            {1, 2, 3, 4, 5}, where, "geometry kinds offered")
+
+    domains = {d["DomainTypeId"]: d["DomainType"] for d in records(desc, "DomainTypes")}
+    f.expect("Range" in domains.values() and len(domains) >= 2, where,
+             "domains %r lack Range or a list kind" % domains)
+    tables = {t["name"].lower(): t for t in desc["tables"]}
+    empty = 0
+    ranges = set()
+    for d in records(desc, "FeatureDefAttr"):
+        a = attrs.get(d["AttrId"])
+        f.expect(a is not None, where, "definable AttrId %r unknown" % d["AttrId"])
+        f.expect(d["DomainTypeId"] in domains, where, "DomainTypeId %r unknown" % d["DomainTypeId"])
+        if a is None or d["DomainTypeId"] not in domains:
+            continue
+        f.expect(a["GDOType"] not in (32, 33), where, "geometry %s is definable" % a["Name"])
+        if not d["TableName"]:
+            empty += 1
+            continue
+        vt = tables.get(d["TableName"].lower())
+        f.expect(vt is not None, where, "value table %s missing" % d["TableName"])
+        if vt is None:
+            continue
+        cols = {c["name"]: c for c in vt["columns"]}
+        is_range = domains[d["DomainTypeId"]] == "Range"
+        if is_range:
+            ranges.add(a["GDOType"])
+        want = ["feaId", "minVal", "maxVal"] if is_range else ["feaId", "Value"]
+        f.equal(sorted(cols), sorted(want), where, "columns of %s" % d["TableName"])
+        f.equal(cols.get("feaId", {}).get("type"), "Long", where, "%s.feaId" % d["TableName"])
+        for c in want[1:]:
+            f.equal(cols.get(c, {}).get("type"), VALUE_COLUMN[a["GDOType"]], where,
+                    "type of %s.%s for %s" % (d["TableName"], c, a["Name"]))
+        f.equal([ix["columns"] for ix in vt["indexes"]], [["feaId"]], where,
+                "indexes of %s" % d["TableName"])
+        f.equal(vt["rows"], [], where, "rows of %s" % d["TableName"])
+    f.equal(empty, 1, where, "definable attributes without a value table")
+    value_tables = {d["TableName"].lower() for d in records(desc, "FeatureDefAttr") if d["TableName"]}
+    f.equal(len(desc["tables"]), 12 + len(value_tables), where, "table count")
+
+    keys = records(desc, "KeysParameters")
+    for k in keys:
+        f.expect(k["Type"] in KEY_TYPES, where, "key type %r" % k["Type"])
+        a = attrs.get(k["AttrId"])
+        f.expect(a is not None and a["GDOSubType"] is None, where,
+                 "key %s on attribute %r, which the key dialogs do not list" % (k["Type"], k["AttrId"]))
+    kinds = sorted((k["Type"], k["AttrId"]) for k in keys)
+    f.equal(sum(k["Type"] == "GraphicFeature" for k in keys), 1, where, "GraphicFeature keys")
+
+    params = records(desc, "CADParameters")
+    f.equal([p["Name"] for p in params], PARAMETER_NAMES, where, "CADParameters names")
+    ext, scanner = PARAMETERS[key]
+    f.equal([p["Value"] for p in params],
+            [None, None, ext, scanner, "Torv.ODBCDatabaseScanner", None, "1.0"], where,
+            "CADParameters values")
+
+    if key == "mstn.json":
+        f.equal((attrs[26]["Name"], attrs[26]["GDOType"]), ("EntityNumber", 4), where, "AttrId 26")
+        f.equal((attrs[27]["Name"], attrs[27]["GDOType"]), ("OccurenceNumber", 4), where, "AttrId 27")
+        for want in [("DbLFeatSuppGrAttr", 26), ("GraphicToDbRowLink", 27),
+                     ("GraphicToDbTableLink", 26)]:
+            f.expect(want in kinds, where, "no key row %r" % (want,))
+        f.equal(sum(k["Type"] == "DbLinkedFeature" for k in keys), 1, where, "DbLinkedFeature keys")
+        # Switching linkage on makes the table-link attribute a definition attribute.
+        f.expect(26 in [d["AttrId"] for d in records(desc, "FeatureDefAttr")], where,
+                 "table-link attribute 26 is not definable")
+        # The wizard compares range ends as text, 32-bit integers or doubles by type.
+        f.expect({3, 4, 7} <= ranges, where, "Range attributes of types %r" % sorted(ranges))
+    else:
+        f.expect(26 not in attrs and 27 not in attrs, where, "AutoCAD uses linkage ids 26/27")
+        f.equal([k["Type"] for k in keys], ["GraphicFeature"], where, "AutoCAD key rows")
+
+
+def check_generator_refuses(generator, descriptions, f):
+    base = json.load(open(os.path.join(descriptions, "mstn.json"), encoding="utf-8"))
+
+    def broken(change):
+        doc = copy.deepcopy(base)
+        change(doc)
+        return doc
+
+    def t(doc, name):
+        return table_of(doc, name)
+
+    cases = [
+        ("unknown type 'Txt'", broken(lambda d: t(d, "Maps")["columns"][1].update(type="Txt"))),
+        ("duplicate table name 'MAPS'",
+         broken(lambda d: d["tables"].append(dict(copy.deepcopy(t(d, "Maps")), name="MAPS")))),
+        ("duplicate column name 'name'",
+         broken(lambda d: t(d, "Maps")["columns"].append({"name": "name", "type": "Long"}))),
+        ("duplicate index name", broken(lambda d: t(d, "Maps")["indexes"].append(
+            {"name": "DIRID", "columns": ["csfid"]}))),
+        ("no column 'nope'", broken(lambda d: t(d, "Maps")["indexes"].append(
+            {"name": "x", "columns": ["nope"]}))),
+        ("1 values for 2 columns", broken(lambda d: t(d, "DomainTypes")["rows"].append([3]))),
+        ("expected a text", broken(lambda d: t(d, "DomainTypes")["rows"].append([3, 4]))),
+        ("whole number from 0 to 255", broken(lambda d: t(d, "CADParameters").update(
+            columns=[{"name": "Name", "type": "Byte"}, {"name": "Value", "type": "Text", "size": 9}],
+            rows=[[256, "x"]]))),
+        ("longer than the column's 32 characters",
+         broken(lambda d: t(d, "DomainTypes")["rows"].append([3, "x" * 33]))),
+        ("may not be null", broken(lambda d: t(d, "DomainTypes")["rows"].append([None, "x"]))),
+        ("same key as row 1 in unique index 'Name'",
+         broken(lambda d: t(d, "GraphicAttributes")["rows"].append([99, "LEVEL", 3, None]))),
+        ("value table 'FontValues' is not described",
+         broken(lambda d: d["tables"].remove(t(d, "FontValues")))),
+        ("needs a column minVal",
+         broken(lambda d: t(d, "WeightValues")["columns"][1].update(name="Value"))),
+        ("column Value is Long but the attribute's GDOType 2 needs Byte",
+         broken(lambda d: t(d, "ColorValues")["columns"][1].update(type="Long"))),
+        ("AttrId 99 is not in GraphicAttributes",
+         broken(lambda d: t(d, "FeatureDefAttr")["rows"].append([99, "", 2]))),
+        ("unknown key 'unqiue'",
+         broken(lambda d: t(d, "Features")["indexes"][1].update(unqiue=True))),
+        ("a Text column needs a 'size'", broken(lambda d: t(d, "Maps")["columns"][1].pop("size"))),
+        ("only a Long column can be an AutoNumber",
+         broken(lambda d: t(d, "Maps")["columns"][1].update(autoNumber=True))),
+        ("line 1:", '{"tables": ['),
+    ]
+    with tempfile.TemporaryDirectory() as tmp:
+        target = os.path.join(tmp, "out.csd")
+        with open(target, "wb") as fh:
+            fh.write(b"earlier")
+        for message, doc in cases:
+            src = os.path.join(tmp, "in.json")
+            with open(src, "w", encoding="utf-8") as fh:
+                fh.write(doc if isinstance(doc, str) else json.dumps(doc))
+            proc = run([generator, src, target], check=False)
+            err = proc.stderr.decode("utf-8", "replace")
+            where = "generator, %s" % message
+            f.expect(proc.returncode == 1, where, "exit status %d" % proc.returncode)
+            f.expect(message in err and err.count("\n") == 1, where, "stderr %r" % err)
+            with open(target, "rb") as fh:
+                f.equal(fh.read(), b"earlier", where, "output file")
+            f.equal(sorted(os.listdir(tmp)), ["in.json", "out.csd"], where, "files left")
+        # The untouched description builds, replacing the file that was there.
+        proc = run([generator, os.path.join(descriptions, "mstn.json"), target], check=False)
+        f.expect(proc.returncode == 0, "generator", "mstn.json: %r" % proc.stderr)
+        f.equal(sorted(os.listdir(tmp)), ["in.json", "out.csd"], "generator", "files left")
+    return len(cases)
+
+
+def main(argv):
+    if len(argv) != 6:
+        print(__doc__)
+        return 2
+    csdtool, generator, dump, descriptions, built = argv[1:]
+    fails = Failures()
+    check = TemplateCheck((csdtool, dump), fails)
+    for source, target in TEMPLATES:
+        desc = json.load(open(os.path.join(descriptions, source), encoding="utf-8"))
+        check_reference_data(source, desc, fails)
+        path = os.path.join(built, target)
+        try:
+            check.check(path, desc)
+        except RuntimeError as e:
+            fails.items.append("%s: %s" % (target, e))
+    refused = check_generator_refuses(generator, descriptions, fails)
+    for item in fails.items:
+        print("FAIL " + item)
+    print("%d checks on 2 templates, %d broken descriptions; %d failures"
+          % (fails.checks, refused, len(fails.items)))
+    return 1 if fails.items else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
