@@ -465,37 +465,26 @@ void addIndexes(TableDef& t, const SysTable& s) {
   }
 }
 
+// A row of `t` with the named columns set and the rest Null.
+std::vector<Value> rowOf(const TableDef& t,
+                         std::initializer_list<std::pair<const char*, Value>> fields) {
+  std::vector<Value> row(t.columns.size());
+  for (const auto& [column, v] : fields)
+    row[static_cast<size_t>(t.findColumn(column) - t.columns.data())] = v;
+  return row;
+}
+
 std::vector<Value> catalogRow(const TableDef& objects, int32_t id, int32_t parent,
                               const std::string& name, int type, int32_t flags, const Blob& owner,
                               DateTime when) {
-  std::vector<Value> row(objects.columns.size());
-  auto set = [&](const char* column, Value v) {
-    const ColumnDef* c = objects.findColumn(column);
-    row[static_cast<size_t>(c - objects.columns.data())] = std::move(v);
-  };
-  set("Id", id);
-  set("ParentId", parent);
-  set("Name", name);
-  set("Type", type);
-  set("DateCreate", when);
-  set("DateUpdate", when);
-  set("Owner", owner);
-  set("Flags", flags);
-  return row;
+  return rowOf(objects, {{"Id", id}, {"ParentId", parent}, {"Name", name}, {"Type", type},
+                         {"DateCreate", when}, {"DateUpdate", when}, {"Owner", owner},
+                         {"Flags", flags}});
 }
 
 std::vector<Value> aceRow(const TableDef& aces, int32_t object, const Blob& sid, int32_t acm,
                           bool inheritable) {
-  std::vector<Value> row(aces.columns.size());
-  auto set = [&](const char* column, Value v) {
-    const ColumnDef* c = aces.findColumn(column);
-    row[static_cast<size_t>(c - aces.columns.data())] = std::move(v);
-  };
-  set("ObjectId", object);
-  set("SID", sid);
-  set("ACM", acm);
-  set("FInheritable", inheritable);
-  return row;
+  return rowOf(aces, {{"ObjectId", object}, {"SID", sid}, {"ACM", acm}, {"FInheritable", inheritable}});
 }
 
 }  // namespace

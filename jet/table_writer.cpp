@@ -57,6 +57,13 @@ bool allKeyColumnsNull(const RealIndex& ri, const std::vector<Value>& row) {
   return true;
 }
 
+void requireColumnCount(const TableDef& t, const std::vector<Value>& values) {
+  if (values.size() != t.columns.size())
+    throw JetError(JetError::Kind::kInvalid, "'" + t.name + "' has " +
+                                                 std::to_string(t.columns.size()) + " columns, " +
+                                                 std::to_string(values.size()) + " values given");
+}
+
 }  // namespace
 
 std::string Database::whyNotWritable(const TableDef& t) {
@@ -274,11 +281,7 @@ std::vector<uint8_t> Database::encodeRowFor(const TableDef& t, const std::vector
 RowId Database::insertRow(const TableDef& t, std::vector<Value> values) {
   return guarded([&] {
     requireWritable(t);
-    if (values.size() != t.columns.size())
-      throw JetError(JetError::Kind::kInvalid, "'" + t.name + "' has " +
-                                                   std::to_string(t.columns.size()) +
-                                                   " columns, " + std::to_string(values.size()) +
-                                                   " values given");
+    requireColumnCount(t, values);
     size_t sp = savepoint();
     try {
       TableDef& mt = mutableTable(t);
@@ -379,11 +382,7 @@ void Database::deleteRow(const TableDef& t, RowId id) {
 void Database::updateRow(const TableDef& t, RowId id, std::vector<Value> values) {
   guarded([&] {
     requireWritable(t);
-    if (values.size() != t.columns.size())
-      throw JetError(JetError::Kind::kInvalid, "'" + t.name + "' has " +
-                                                   std::to_string(t.columns.size()) +
-                                                   " columns, " + std::to_string(values.size()) +
-                                                   " values given");
+    requireColumnCount(t, values);
     size_t sp = savepoint();
     try {
       std::optional<Bytes> oldRow = rowData(id);

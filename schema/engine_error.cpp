@@ -25,6 +25,7 @@ constexpr Message kMessages[] = {
     {err::kReadOnly, "Cannot update. Database or object is read-only."},
     {err::kNoTransaction,
      "You tried to commit or rollback a transaction without first beginning a transaction."},
+    {err::kDiskError, "Disk or network error."},
     {err::kInvalidPath,
      "'|' isn't a valid path. Make sure that the path name is spelled correctly and that you "
      "are connected to the server on which the file resides."},
@@ -32,6 +33,7 @@ constexpr Message kMessages[] = {
     {err::kCannotOpenFile,
      "The Microsoft Jet database engine cannot open the file '|'. It is already opened "
      "exclusively by another user, or you need permission to view its data."},
+    {err::kIndexNull, "Index or primary key cannot contain a Null value."},
     {err::kTooFewParameters, "Too few parameters. Expected |."},
     {err::kUnknownFieldInExpression,
      "The Microsoft Jet database engine does not recognize '|' as a valid field name or "
@@ -56,6 +58,7 @@ constexpr Message kMessages[] = {
     {err::kFieldTooSmall,
      "The field is too small to accept the amount of data you attempted to add. Try inserting "
      "or pasting less data."},
+    {err::kFieldNotUpdatable, "Field cannot be updated."},
     {err::kRecordDeleted, "Record is deleted."},
     {err::kInvalidOperation, "Invalid operation."},
     {err::kItemNotFound, "Item not found in this collection."},

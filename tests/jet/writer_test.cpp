@@ -303,30 +303,16 @@ std::string jsNumber(double d) {
   return std::string(buf, r.ptr);
 }
 
-// Days since 1970-01-01 to a civil date.
-void civilFromDays(int64_t z, int& y, unsigned& m, unsigned& d) {
-  z += 719468;
-  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-  const unsigned doe = static_cast<unsigned>(z - era * 146097);
-  const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  const unsigned mp = (5 * doy + 2) / 153;
-  d = doy - (153 * mp + 2) / 5 + 1;
-  m = mp < 10 ? mp + 3 : mp - 9;
-  y = static_cast<int>(yoe + era * 400 + (m <= 2));
-}
-
 // A date as mdb-reader turns it into a JavaScript Date (days from
 // 1899-12-30 read as UTC, rounded to the millisecond).
 std::string jsDate(double days) {
   int64_t ms = std::llround((days - 25569) * 86400.0 * 1000.0);
   int64_t day = ms >= 0 ? ms / 86400000 : -((-ms + 86400000 - 1) / 86400000);
   int64_t rest = ms - day * 86400000;
-  int y;
-  unsigned m, d;
-  civilFromDays(day, y, m, d);
+  // A whole day count has no time of day, so Jet's calendar gives its date.
+  jet::CivilTime c = jet::toCivil(jet::DateTime{static_cast<double>(day + 25569)});
   char buf[48];
-  std::snprintf(buf, sizeof buf, "\"%04d-%02u-%02uT%02d:%02d:%02d.%03dZ\"", y, m, d,
+  std::snprintf(buf, sizeof buf, "\"%04d-%02d-%02dT%02d:%02d:%02d.%03dZ\"", c.year, c.month, c.day,
                 static_cast<int>(rest / 3600000), static_cast<int>(rest / 60000 % 60),
                 static_cast<int>(rest / 1000 % 60), static_cast<int>(rest % 1000));
   return buf;

@@ -1,0 +1,155 @@
+// Recordset: a cursor over the rows of one query, as the forms use DAO's
+// dynaset. Opened by SchemaDatabase::openRecordset from the SQL the program
+// composes:
+// - one table, every or some of its columns, with an optional WHERE:
+//   updatable (AddNew, Edit, Update, Delete) where the engine writes the
+//   table;
+// - SELECT DISTINCT, and several tables joined by their WHERE clause:
+//   read-only (3027 on any change), sorted by the selected columns when
+//   DISTINCT.
+// Table and field names match without regard to case.
+//
+// Membership is fixed when the recordset opens, plus the rows it adds
+// itself (at the end). A table row is read afresh whenever it is needed, so
+// changes made through another recordset show; a row deleted elsewhere, or
+// added in a transaction that was rolled back, reads as deleted (3167).
+// RecordCount is the full membership from the start, as DAO gives it after
+// MoveLast.
+//
+// Errors are Jet's: 3021 moving past BOF / EOF or reading with no current
+// row, 3167 reading the row just deleted, 3020 for Update or CancelUpdate
+// without AddNew or Edit, 3022 when Update would duplicate a unique key (the
+// row is not written, the pending change stays so the caller may correct
+// it), 3163 for text longer than its column, 3265 for an unknown field.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "jet/table_def.h"
+#include "jet/value.h"
+#include "schema/sql.h"
+
+namespace schema {
+
+namespace detail {
+struct DatabaseCore;
+}
+
+class Recordset {
+ public:
+  enum class EditMode { kNone, kEdit, kAdd };
+  // Marks a row for returning to it; valid for the recordset that gave it.
+  struct Bookmark {
+    uint64_t value = 0;
+    bool operator==(const Bookmark&) const = default;
+  };
+
+  Recordset() = default;  // a closed recordset
+  Recordset(Recordset&&) noexcept;
+  Recordset& operator=(Recordset&&) noexcept;
+  ~Recordset();
+
+  bool isOpen() const;
+  void close();
+  bool updatable() const;
+
+  void moveFirst();
+  void moveLast();
+  void moveNext();
+  void movePrevious();
+  bool bof() const;
+  bool eof() const;
+  long recordCount() const;
+
+  Bookmark bookmark() const;
+  void setBookmark(Bookmark b);  // 3159 for a row no longer in the recordset
+  Bookmark lastModified() const;  // the row last added or changed through this recordset
+
+  // Criteria as in a WHERE clause, over this recordset's fields. When no row
+  // matches, noMatch() is true and the current row stays.
+  void findFirst(std::string_view criteria);
+  void findNext(std::string_view criteria);
+  void findPrevious(std::string_view criteria);
+  void findLast(std::string_view criteria);
+  bool noMatch() const { return noMatch_; }
+
+  std::vector<std::string> fieldNames() const;
+  // The current row's value, or the pending one during AddNew / Edit.
+  jet::Value field(std::string_view name) const;
+  // A text column's declared size in characters; other columns their size
+  // in bytes (0 for Memo and OLE).
+  int fieldSize(std::string_view name) const;
+
+  // AddNew begins a new row: its AutoNumber key is taken at once and kept
+  // by the row. Update adds it at the end of the recordset; the row current
+  // before AddNew stays current.
+  void addNew();
+  void edit();
+  void setField(std::string_view name, jet::Value value);
+  void update();
+  void cancelUpdate();
+  // Deletes the current row; the cursor then stands on no row, and
+  // moveNext() goes on with the row that followed it.
+  void deleteRecord();
+  EditMode editMode() const { return mode_; }
+
+ private:
+  friend class SchemaDatabase;
+
+  struct Source {
+    const jet::TableDef* table = nullptr;
+    std::string alias;
+  };
+  struct Column {
+    std::string name;  // as the recordset names the field
+    size_t source = 0;
+    size_t column = 0;  // in the source's TableDef::columns
+  };
+  struct Member {
+    uint64_t mark = 0;      // the bookmark's value
+    jet::RowId id;          // table recordsets
+    uint64_t transaction = 0;  // the transaction that added it through here
+    size_t snapshot = 0;    // read-only recordsets: index into rows_
+  };
+
+  void openQuery(std::weak_ptr<detail::DatabaseCore> core, std::string_view sql);
+  detail::DatabaseCore& core() const;
+  template <typename F>
+  auto guard(const char* source, F&& f) const -> decltype(f());
+  int findColumn(std::string_view table, std::string_view name) const;
+  size_t requireColumn(std::string_view name) const;
+  // The values of member i in result-column order; throws 3167 when gone.
+  const std::vector<jet::Value>& memberValues(size_t i) const;
+  // Table recordsets: member i's whole row, or nullptr when it is gone.
+  const std::vector<jet::Value>* tableRow(size_t i) const;
+  size_t currentIndex() const;  // 3021 / 3167 when there is no current row
+  void requireUpdatable() const;
+  void dropPending();
+  void find(std::string_view criteria, bool forward, bool fromEnd);
+
+  std::weak_ptr<detail::DatabaseCore> core_;
+  uint64_t session_ = 0;
+  bool snapshot_ = false;  // read-only, rows held in rows_
+  std::vector<Source> sources_;
+  std::vector<Column> columns_;
+  std::vector<std::vector<jet::Value>> rows_;  // snapshot rows, in column order
+  std::vector<Member> members_;
+  long pos_ = -1;  // -1 before the first row, members_.size() after the last
+  bool onDeleted_ = false;  // the current row was deleted through here
+  bool noMatch_ = false;
+  EditMode mode_ = EditMode::kNone;
+  std::vector<jet::Value> buffer_;  // pending row, whole table in column order
+  uint64_t lastModified_ = 0;
+  uint64_t nextMark_ = 1;
+
+  // The decoded row last read, valid while the database's generation stays.
+  mutable long cachedIndex_ = -1;
+  mutable uint64_t cachedGeneration_ = 0;
+  mutable std::vector<jet::Value> cachedRow_, cachedProjection_;
+};
+
+}  // namespace schema

@@ -1,0 +1,229 @@
+#include "schema/schema_database.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "schema/database_core.h"
+
+namespace schema {
+namespace fs = std::filesystem;
+
+namespace detail {
+
+bool DatabaseCore::undone(uint64_t id) const {
+  while (id != 0) {
+    if (rolledBack.count(id)) return true;
+    auto it = parentOf.find(id);
+    id = it == parentOf.end() ? 0 : it->second;
+  }
+  return false;
+}
+
+void DatabaseCore::changed() {
+  ++generation;
+  if (transactions.empty()) db->flush();
+}
+
+EngineError DatabaseCore::translate(const jet::JetError& e, const char* source) const {
+  using Kind = jet::JetError::Kind;
+  switch (e.kind()) {
+    case Kind::kDuplicate: return EngineError(err::kDuplicateKey, source);
+    case Kind::kNotFound: return EngineError(err::kItemNotFound, source);
+    case Kind::kCorrupt: return EngineError(err::kUnrecognizedFormat, source, {path});
+    case Kind::kUnsupported: return EngineError(err::kReadOnly, source);
+    case Kind::kIo: return EngineError(err::kDiskError, source);
+    case Kind::kInvalid: break;
+  }
+  return EngineError(err::kInvalidArgument, source);
+}
+
+}  // namespace detail
+
+namespace {
+
+// This process's id and the host's name, read from /proc: the standard
+// library has no call for either.
+std::string ownPid() {
+  std::error_code ec;
+  fs::path self = fs::read_symlink("/proc/self", ec);
+  return ec ? std::string("0") : self.filename().string();
+}
+
+std::string hostName() {
+  std::ifstream in("/proc/sys/kernel/hostname");
+  std::string host;
+  if (!(in >> host)) host = "localhost";
+  return host;
+}
+
+bool processRuns(const std::string& pid) {
+  if (pid.empty() || pid == "0" || pid.find_first_not_of("0123456789") != std::string::npos)
+    return false;
+  std::error_code ec;
+  return fs::exists("/proc/" + pid, ec);
+}
+
+// Creates the lock file, or explains who holds it. Returns "" on success.
+std::string takeLock(const std::string& lockPath) {
+  const std::string me = ownPid(), host = hostName();
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    if (std::FILE* f = std::fopen(lockPath.c_str(), "wx")) {
+      std::string line = me + " " + host + "\n";
+      bool ok = std::fwrite(line.data(), 1, line.size(), f) == line.size();
+      ok = std::fclose(f) == 0 && ok;
+      if (ok) return "";
+      std::remove(lockPath.c_str());
+      return "cannot write the lock file " + lockPath;
+    }
+    std::error_code ec;
+    if (!fs::exists(lockPath, ec)) return "cannot create the lock file " + lockPath;
+    std::ifstream in(lockPath);
+    std::string pid, holderHost;
+    in >> pid >> holderHost;
+    // A lock of a program on another host cannot be judged; one whose
+    // process has gone on this host (or that no Vantor wrote) is stale.
+    bool readable = !pid.empty() && !holderHost.empty() &&
+                    pid.find_first_not_of("0123456789") == std::string::npos;
+    if (readable && (holderHost != host || processRuns(pid)))
+      return "it is in use by process " + pid + " on " + holderHost + " (lock file " + lockPath +
+             ")";
+    fs::remove(lockPath, ec);
+  }
+  return "cannot take over the lock file " + lockPath;
+}
+
+}  // namespace
+
+SchemaDatabase::SchemaDatabase() : core_(std::make_shared<detail::DatabaseCore>()) {}
+
+SchemaDatabase::~SchemaDatabase() {
+  try {
+    close();
+  } catch (const std::exception&) {
+    // A destructor cannot report; close() has removed the lock already.
+  }
+}
+
+std::string SchemaDatabase::lockFilePath(const std::string& path) {
+  if (path.size() < 3) return path + "ldb";
+  return path.substr(0, path.size() - 3) + "ldb";
+}
+
+void SchemaDatabase::open(const std::string& path) {
+  detail::DatabaseCore& c = *core_;
+  c.run(sources::kWorkspace, [&] {
+    if (c.db) throw EngineError(err::kInvalidOperation, sources::kWorkspace);
+    std::error_code ec;
+    fs::path p(path);
+    fs::path dir = p.has_parent_path() ? p.parent_path() : fs::path(".");
+    if (!fs::is_directory(dir, ec)) throw EngineError(err::kInvalidPath, sources::kWorkspace, {dir.string()});
+    if (!fs::exists(p, ec)) throw EngineError(err::kFileNotFound, sources::kWorkspace, {path});
+    const std::string lockPath = lockFilePath(path);
+    std::string why = takeLock(lockPath);
+    if (!why.empty())
+      throw EngineError::withText(err::kCannotOpenFile, sources::kWorkspace,
+                                  errorText(err::kCannotOpenFile, {path}) + " " + "Vantor: " +
+                                      why + ".");
+    try {
+      c.path = path;
+      c.db = jet::Database::openFile(path, true);
+    } catch (const jet::JetError& e) {
+      c.db.reset();
+      fs::remove(lockPath, ec);
+      if (e.kind() == jet::JetError::Kind::kIo)
+        throw EngineError(err::kCannotOpenFile, sources::kWorkspace, {path});
+      throw EngineError(err::kUnrecognizedFormat, sources::kWorkspace, {path});
+    }
+    c.lockPath = lockPath;
+    c.transactions.clear();
+    c.parentOf.clear();
+    c.rolledBack.clear();
+    c.touched.clear();
+    ++c.session;
+  });
+}
+
+void SchemaDatabase::close() {
+  detail::DatabaseCore& c = *core_;
+  if (!c.db) return;
+  ++c.session;  // recordsets of this session are finished whatever happens
+  struct Cleanup {
+    detail::DatabaseCore& c;
+    ~Cleanup() {
+      c.db.reset();
+      c.transactions.clear();
+      std::error_code ec;
+      if (!c.lockPath.empty()) fs::remove(c.lockPath, ec);
+      c.lockPath.clear();
+      c.path.clear();
+    }
+  } cleanup{c};
+  c.run(sources::kWorkspace, [&] {
+    if (!c.transactions.empty()) {
+      c.db->rollbackTo(c.transactions.front().savepoint);
+      c.transactions.clear();
+    }
+    c.db->flush();
+  });
+}
+
+bool SchemaDatabase::isOpen() const { return core_->db != nullptr; }
+
+const std::string& SchemaDatabase::path() const { return core_->path; }
+
+const ErrorList& SchemaDatabase::errors() const { return core_->errors; }
+
+int SchemaDatabase::transactionLevel() const {
+  return static_cast<int>(core_->transactions.size());
+}
+
+Recordset SchemaDatabase::openRecordset(std::string_view sql) {
+  Recordset rs;
+  rs.openQuery(core_, sql);
+  return rs;
+}
+
+void SchemaDatabase::beginTrans() {
+  detail::DatabaseCore& c = *core_;
+  c.run(sources::kWorkspace, [&] {
+    if (!c.db) throw EngineError(err::kObjectInvalid, sources::kWorkspace);
+    uint64_t id = c.nextTransactionId++;
+    c.parentOf[id] = c.currentTransaction();
+    c.transactions.push_back({c.db->savepoint(), id});
+  });
+}
+
+void SchemaDatabase::commitTrans() {
+  detail::DatabaseCore& c = *core_;
+  c.run(sources::kWorkspace, [&] {
+    if (!c.db) throw EngineError(err::kObjectInvalid, sources::kWorkspace);
+    if (c.transactions.empty()) throw EngineError(err::kNoTransaction, sources::kWorkspace);
+    c.db->release(c.transactions.back().savepoint);
+    c.transactions.pop_back();
+    if (c.transactions.empty()) c.db->flush();
+  });
+}
+
+void SchemaDatabase::rollback() {
+  detail::DatabaseCore& c = *core_;
+  c.run(sources::kWorkspace, [&] {
+    if (!c.db) throw EngineError(err::kObjectInvalid, sources::kWorkspace);
+    if (c.transactions.empty()) throw EngineError(err::kNoTransaction, sources::kWorkspace);
+    // Page images bring the counters back with everything else; Jet keeps
+    // numbers once handed out, so they are moved on again afterwards.
+    std::vector<std::pair<const jet::TableDef*, uint32_t>> counters;
+    for (const jet::TableDef* t : c.touched) counters.emplace_back(t, t->nextAutoNumber);
+    detail::DatabaseCore::Transaction top = c.transactions.back();
+    c.db->rollbackTo(top.savepoint);
+    c.transactions.pop_back();
+    c.rolledBack.insert(top.id);
+    ++c.generation;
+    for (auto [t, counter] : counters)
+      while (t->nextAutoNumber < counter) c.db->takeAutoNumber(*t);
+    if (c.transactions.empty()) c.db->flush();
+  });
+}
+
+}  // namespace schema

@@ -1,0 +1,79 @@
+// SchemaDatabase: the open schema file, the one object every form reaches
+// the data through. It opens the working copy read-write behind a lock file,
+// hands out recordsets by SQL text, keeps transactions and the engine's
+// error list.
+//
+// Promises:
+// - Outside a transaction every completed change is on disk (written and
+//   synced) when the operation returns; inside one, at the outermost
+//   commitTrans(). A rollback puts every row of every table back as it was
+//   at the matching beginTrans().
+// - AutoNumber counters are not given back: numbers handed out inside a
+//   rolled-back transaction (or to an AddNew that was cancelled) stay used,
+//   as in Jet, so a key a form already shows is never handed out twice.
+// - Every failure is an EngineError with Jet's number and text; those that
+//   come from the engine also become errors(), which keeps them until the
+//   next failure.
+// - Recordsets stay usable while the database is open; after close() (or
+//   the database's destruction) every call on them fails with 3420.
+//
+// The lock file is the file's name with its last three characters replaced
+// by "ldb". It holds "<pid> <host>" of the program that has the file open; a
+// lock whose process no longer runs on this host is taken over. Liveness is
+// read from /proc, so a lock is only ever judged stale on Linux.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "schema/engine_error.h"
+#include "schema/recordset.h"
+
+namespace schema {
+
+namespace detail {
+struct DatabaseCore;
+}
+
+class SchemaDatabase {
+ public:
+  SchemaDatabase();
+  ~SchemaDatabase();  // closes, rolling back open transactions
+  SchemaDatabase(const SchemaDatabase&) = delete;
+  SchemaDatabase& operator=(const SchemaDatabase&) = delete;
+
+  // The lock file that goes with a database file.
+  static std::string lockFilePath(const std::string& path);
+
+  // Opens the file read-write. Fails with 3219 when a database is already
+  // open, 3044 when its folder does not exist, 3024 when the file does not,
+  // 3051 when its lock is held by another running program or the file
+  // cannot be opened for writing, 3343 when it is no Jet file this engine
+  // reads.
+  void open(const std::string& path);
+  // Rolls back open transactions, writes out, closes and removes the lock
+  // file. Does nothing when nothing is open.
+  void close();
+  bool isOpen() const;
+  const std::string& path() const;
+
+  // A dynaset over the rows of a query; see schema/recordset.h for the
+  // shapes it accepts.
+  Recordset openRecordset(std::string_view sql);
+
+  // Transactions nest; commitTrans() and rollback() without one fail with
+  // 3034.
+  void beginTrans();
+  void commitTrans();
+  void rollback();
+  int transactionLevel() const;
+
+  // The engine's errors of the last failed operation, most specific first.
+  const ErrorList& errors() const;
+
+ private:
+  std::shared_ptr<detail::DatabaseCore> core_;
+};
+
+}  // namespace schema
