@@ -8,8 +8,8 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -35,18 +35,25 @@ struct DatabaseCore {
   };
   std::vector<Transaction> transactions;
   uint64_t nextTransactionId = 1;
-  std::map<uint64_t, uint64_t> parentOf;  // transaction id -> enclosing one (0: none)
-  std::set<uint64_t> rolledBack;
-  // Tables written through recordsets; their AutoNumber counters survive a
-  // rollback (see SchemaDatabase::rollback).
+  // Rows inserted inside open transactions, under the innermost one at the
+  // time (a commit hands them to the enclosing one).
+  std::vector<std::pair<uint64_t, jet::RowId>> pendingInserts;
+  // Rows whose insertion a rollback undid, with the rollback's number: a
+  // recordset that learnt of such a row before that rollback finds it
+  // deleted, even when a later row takes its place in the file.
+  uint64_t rollbacks = 0;
+  std::multimap<uint32_t, uint64_t> undoneInserts;
+  // Tables of the updatable recordsets opened so far; their AutoNumber
+  // counters survive a rollback (see SchemaDatabase::rollback).
   std::set<const jet::TableDef*> touched;
 
-  uint64_t currentTransaction() const {
-    return transactions.empty() ? 0 : transactions.back().id;
+  uint64_t currentTransaction() const { return transactions.empty() ? 0 : transactions.back().id; }
+  // Whether the row at `id`, known since rollback number `epoch`, has been
+  // undone by a later rollback.
+  bool undone(jet::RowId id, uint64_t epoch) const;
+  void inserted(jet::RowId id) {
+    if (!transactions.empty()) pendingInserts.emplace_back(currentTransaction(), id);
   }
-  // Whether a row written inside transaction `id` was undone by a rollback
-  // of that transaction or of one enclosing it.
-  bool undone(uint64_t id) const;
 
   // A completed change: recordsets drop their cached rows and, outside a
   // transaction, the change goes to disk at once.

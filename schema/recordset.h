@@ -66,7 +66,7 @@ class Recordset {
   long recordCount() const;
 
   Bookmark bookmark() const;
-  void setBookmark(Bookmark b);  // 3159 for a row no longer in the recordset
+  void setBookmark(Bookmark b);   // 3159 for a row no longer in the recordset
   Bookmark lastModified() const;  // the row last added or changed through this recordset
 
   // Criteria as in a WHERE clause, over this recordset's fields. When no row
@@ -110,10 +110,10 @@ class Recordset {
     size_t column = 0;  // in the source's TableDef::columns
   };
   struct Member {
-    uint64_t mark = 0;      // the bookmark's value
-    jet::RowId id;          // table recordsets
-    uint64_t transaction = 0;  // the transaction that added it through here
-    size_t snapshot = 0;    // read-only recordsets: index into rows_
+    uint64_t mark = 0;    // the bookmark's value
+    jet::RowId id;        // table recordsets
+    uint64_t epoch = 0;   // rollbacks before the recordset learnt of the row
+    size_t snapshot = 0;  // read-only recordsets: index into rows_
   };
 
   void openQuery(std::weak_ptr<detail::DatabaseCore> core, std::string_view sql);
@@ -138,7 +138,7 @@ class Recordset {
   std::vector<Column> columns_;
   std::vector<std::vector<jet::Value>> rows_;  // snapshot rows, in column order
   std::vector<Member> members_;
-  long pos_ = -1;  // -1 before the first row, members_.size() after the last
+  long pos_ = -1;           // -1 before the first row, members_.size() after the last
   bool onDeleted_ = false;  // the current row was deleted through here
   bool noMatch_ = false;
   EditMode mode_ = EditMode::kNone;

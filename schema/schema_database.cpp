@@ -12,12 +12,10 @@ namespace fs = std::filesystem;
 
 namespace detail {
 
-bool DatabaseCore::undone(uint64_t id) const {
-  while (id != 0) {
-    if (rolledBack.count(id)) return true;
-    auto it = parentOf.find(id);
-    id = it == parentOf.end() ? 0 : it->second;
-  }
+bool DatabaseCore::undone(jet::RowId id, uint64_t epoch) const {
+  auto [from, to] = undoneInserts.equal_range(id.pack());
+  for (auto it = from; it != to; ++it)
+    if (it->second > epoch) return true;
   return false;
 }
 
@@ -29,12 +27,18 @@ void DatabaseCore::changed() {
 EngineError DatabaseCore::translate(const jet::JetError& e, const char* source) const {
   using Kind = jet::JetError::Kind;
   switch (e.kind()) {
-    case Kind::kDuplicate: return EngineError(err::kDuplicateKey, source);
-    case Kind::kNotFound: return EngineError(err::kItemNotFound, source);
-    case Kind::kCorrupt: return EngineError(err::kUnrecognizedFormat, source, {path});
-    case Kind::kUnsupported: return EngineError(err::kReadOnly, source);
-    case Kind::kIo: return EngineError(err::kDiskError, source);
-    case Kind::kInvalid: break;
+    case Kind::kDuplicate:
+      return EngineError(err::kDuplicateKey, source);
+    case Kind::kNotFound:
+      return EngineError(err::kItemNotFound, source);
+    case Kind::kCorrupt:
+      return EngineError(err::kUnrecognizedFormat, source, {path});
+    case Kind::kUnsupported:
+      return EngineError(err::kReadOnly, source);
+    case Kind::kIo:
+      return EngineError(err::kDiskError, source);
+    case Kind::kInvalid:
+      break;
   }
   return EngineError(err::kInvalidArgument, source);
 }
@@ -118,14 +122,15 @@ void SchemaDatabase::open(const std::string& path) {
     std::error_code ec;
     fs::path p(path);
     fs::path dir = p.has_parent_path() ? p.parent_path() : fs::path(".");
-    if (!fs::is_directory(dir, ec)) throw EngineError(err::kInvalidPath, sources::kWorkspace, {dir.string()});
+    if (!fs::is_directory(dir, ec))
+      throw EngineError(err::kInvalidPath, sources::kWorkspace, {dir.string()});
     if (!fs::exists(p, ec)) throw EngineError(err::kFileNotFound, sources::kWorkspace, {path});
     const std::string lockPath = lockFilePath(path);
     std::string why = takeLock(lockPath);
     if (!why.empty())
-      throw EngineError::withText(err::kCannotOpenFile, sources::kWorkspace,
-                                  errorText(err::kCannotOpenFile, {path}) + " " + "Vantor: " +
-                                      why + ".");
+      throw EngineError::withText(
+          err::kCannotOpenFile, sources::kWorkspace,
+          errorText(err::kCannotOpenFile, {path}) + " " + "Vantor: " + why + ".");
     try {
       c.path = path;
       c.db = jet::Database::openFile(path, true);
@@ -138,8 +143,8 @@ void SchemaDatabase::open(const std::string& path) {
     }
     c.lockPath = lockPath;
     c.transactions.clear();
-    c.parentOf.clear();
-    c.rolledBack.clear();
+    c.pendingInserts.clear();
+    c.undoneInserts.clear();
     c.touched.clear();
     ++c.session;
   });
@@ -189,9 +194,7 @@ void SchemaDatabase::beginTrans() {
   detail::DatabaseCore& c = *core_;
   c.run(sources::kWorkspace, [&] {
     if (!c.db) throw EngineError(err::kObjectInvalid, sources::kWorkspace);
-    uint64_t id = c.nextTransactionId++;
-    c.parentOf[id] = c.currentTransaction();
-    c.transactions.push_back({c.db->savepoint(), id});
+    c.transactions.push_back({c.db->savepoint(), c.nextTransactionId++});
   });
 }
 
@@ -201,7 +204,12 @@ void SchemaDatabase::commitTrans() {
     if (!c.db) throw EngineError(err::kObjectInvalid, sources::kWorkspace);
     if (c.transactions.empty()) throw EngineError(err::kNoTransaction, sources::kWorkspace);
     c.db->release(c.transactions.back().savepoint);
+    const uint64_t id = c.transactions.back().id;
     c.transactions.pop_back();
+    const uint64_t outer = c.currentTransaction();
+    std::erase_if(c.pendingInserts, [&](auto& p) { return p.first == id && outer == 0; });
+    for (auto& p : c.pendingInserts)
+      if (p.first == id) p.first = outer;
     if (c.transactions.empty()) c.db->flush();
   });
 }
@@ -218,7 +226,12 @@ void SchemaDatabase::rollback() {
     detail::DatabaseCore::Transaction top = c.transactions.back();
     c.db->rollbackTo(top.savepoint);
     c.transactions.pop_back();
-    c.rolledBack.insert(top.id);
+    ++c.rollbacks;
+    std::erase_if(c.pendingInserts, [&](auto& p) {
+      if (p.first != top.id) return false;
+      c.undoneInserts.emplace(p.second.pack(), c.rollbacks);
+      return true;
+    });
     ++c.generation;
     for (auto [t, counter] : counters)
       while (t->nextAutoNumber < counter) c.db->takeAutoNumber(*t);

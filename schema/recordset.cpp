@@ -1,0 +1,578 @@
+#include "schema/recordset.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "jet/row_codec.h"
+#include "schema/collation.h"
+#include "schema/database_core.h"
+#include "schema/evaluator.h"
+
+namespace schema {
+namespace {
+
+FieldKind kindOf(const jet::ColumnDef& c) {
+  switch (c.type) {
+    case jet::coltype::kText:
+    case jet::coltype::kMemo:
+      return FieldKind::kText;
+    case jet::coltype::kBinary:
+    case jet::coltype::kOle:
+    case jet::coltype::kGuid:
+      return FieldKind::kOther;
+    default:
+      return FieldKind::kNumber;
+  }
+}
+
+// The column of `table` called `name`, by Jet's rules for names.
+std::optional<size_t> columnOf(const jet::TableDef& t, std::string_view name) {
+  for (size_t i = 0; i < t.columns.size(); ++i)
+    if (sameName(t.columns[i].name, name)) return i;
+  return std::nullopt;
+}
+
+// One row of each source table, as a WHERE clause of the query sees them.
+class JoinedRow : public RowSource, public FieldCatalog {
+ public:
+  struct Table {
+    const jet::TableDef* def;
+    std::string_view alias;
+    const std::vector<jet::Value>* row = nullptr;
+  };
+  explicit JoinedRow(std::vector<Table> tables) : tables_(std::move(tables)) {}
+
+  void setRow(size_t table, const std::vector<jet::Value>* row) { tables_[table].row = row; }
+
+  // (table, column) of a name; nullopt when unknown, 3079 when two tables
+  // have it and it stands unqualified.
+  std::optional<std::pair<size_t, size_t>> resolve(std::string_view table,
+                                                   std::string_view name) const {
+    std::optional<std::pair<size_t, size_t>> found;
+    for (size_t i = 0; i < tables_.size(); ++i) {
+      const Table& t = tables_[i];
+      if (!table.empty() && !sameName(table, t.alias.empty() ? t.def->name : t.alias) &&
+          !sameName(table, t.def->name))
+        continue;
+      if (auto c = columnOf(*t.def, name)) {
+        if (found) throw EngineError(err::kAmbiguousField, sources::kDatabase, {name});
+        found = std::make_pair(i, *c);
+      }
+    }
+    return found;
+  }
+
+  std::optional<jet::Value> field(std::string_view table, std::string_view name) const override {
+    auto at = resolve(table, name);
+    if (!at) return std::nullopt;
+    return (*tables_[at->first].row)[at->second];
+  }
+
+  std::optional<FieldKind> fieldKind(std::string_view table, std::string_view name) const override {
+    auto at = resolve(table, name);
+    if (!at) return std::nullopt;
+    return kindOf(tables_[at->first].def->columns[at->second]);
+  }
+
+ private:
+  std::vector<Table> tables_;
+};
+
+// A row of the recordset itself, as FindFirst criteria see it.
+class ResultRow : public RowSource, public FieldCatalog {
+ public:
+  ResultRow(const std::vector<std::string>& names, const std::vector<FieldKind>& kinds)
+      : names_(names), kinds_(kinds) {}
+  const std::vector<jet::Value>* row = nullptr;
+
+  std::optional<jet::Value> field(std::string_view table, std::string_view name) const override {
+    auto i = find(table, name);
+    if (!i) return std::nullopt;
+    return (*row)[*i];
+  }
+  std::optional<FieldKind> fieldKind(std::string_view table, std::string_view name) const override {
+    auto i = find(table, name);
+    if (!i) return std::nullopt;
+    return kinds_[*i];
+  }
+
+ private:
+  std::optional<size_t> find(std::string_view, std::string_view name) const {
+    for (size_t i = 0; i < names_.size(); ++i)
+      if (sameName(names_[i], name)) return i;
+    return std::nullopt;
+  }
+  const std::vector<std::string>& names_;
+  const std::vector<FieldKind>& kinds_;
+};
+
+// Orders rows for DISTINCT: Null first, then by value, column by column.
+int compareRows(const std::vector<jet::Value>& a, const std::vector<jet::Value>& b) {
+  for (size_t i = 0; i < a.size(); ++i) {
+    bool an = jet::isNull(a[i]), bn = jet::isNull(b[i]);
+    if (an || bn) {
+      if (an != bn) return an ? -1 : 1;
+      continue;
+    }
+    if (int c = compareValues(a[i], b[i])) return c;
+  }
+  return 0;
+}
+
+}  // namespace
+
+Recordset::Recordset(Recordset&&) noexcept = default;
+Recordset& Recordset::operator=(Recordset&&) noexcept = default;
+Recordset::~Recordset() = default;
+
+detail::DatabaseCore& Recordset::core() const {
+  auto c = core_.lock();
+  if (!c || !c->db || c->session != session_)
+    throw EngineError(err::kObjectInvalid, sources::kRecordset);
+  return *c;  // the SchemaDatabase owning it outlives the call
+}
+
+template <typename F>
+auto Recordset::guard(const char* source, F&& f) const -> decltype(f()) {
+  return core().run(source, std::forward<F>(f));
+}
+
+bool Recordset::isOpen() const {
+  auto c = core_.lock();
+  return c && c->db && c->session == session_;
+}
+
+void Recordset::close() { *this = Recordset(); }
+
+void Recordset::openQuery(std::weak_ptr<detail::DatabaseCore> weak, std::string_view sql) {
+  core_ = std::move(weak);
+  auto shared = core_.lock();
+  if (!shared || !shared->db) throw EngineError(err::kObjectInvalid, sources::kDatabase);
+  session_ = shared->session;
+  detail::DatabaseCore& c = *shared;
+  c.run(sources::kDatabase, [&] {
+    SelectStatement st = parseSelect(sql);
+    for (const TableRef& ref : st.tables) {
+      try {
+        sources_.push_back({&c.db->table(ref.name), ref.alias});
+      } catch (const jet::JetError& e) {
+        if (e.kind() != jet::JetError::Kind::kNotFound) throw;
+        throw EngineError(err::kTableNotFound, sources::kDatabase, {ref.name});
+      }
+    }
+    std::vector<JoinedRow::Table> tables;
+    for (const Source& s : sources_) tables.push_back({s.table, s.alias});
+    JoinedRow joined(tables);
+
+    // The fields of the recordset.
+    int unknown = 0;
+    if (st.allColumns) {
+      for (size_t s = 0; s < sources_.size(); ++s)
+        for (size_t i = 0; i < sources_[s].table->columns.size(); ++i)
+          columns_.push_back({sources_[s].table->columns[i].name, s, i});
+    }
+    for (const ColumnRef& ref : st.columns) {
+      if (ref.name == "*") {
+        bool any = false;
+        for (size_t s = 0; s < sources_.size(); ++s) {
+          const std::string& shown =
+              sources_[s].alias.empty() ? sources_[s].table->name : sources_[s].alias;
+          if (!sameName(ref.table, shown) && !sameName(ref.table, sources_[s].table->name))
+            continue;
+          any = true;
+          for (size_t i = 0; i < sources_[s].table->columns.size(); ++i)
+            columns_.push_back({sources_[s].table->columns[i].name, s, i});
+        }
+        if (!any) throw EngineError(err::kTableNotFound, sources::kDatabase, {ref.table});
+        continue;
+      }
+      auto at = joined.resolve(ref.table, ref.name);
+      if (!at) {
+        ++unknown;
+        continue;
+      }
+      columns_.push_back({ref.alias.empty() ? ref.name : ref.alias, at->first, at->second});
+    }
+    // Jet takes a name it does not know for a parameter nobody supplied.
+    if (st.where) {
+      try {
+        checkExpression(*st.where, joined, ExprContext::kQuery);
+      } catch (const EngineError& e) {
+        if (e.number() != err::kTooFewParameters || unknown == 0) throw;
+        // Both lists name unknowns: Jet counts them together.
+        unknown += std::stoi(e.description().substr(e.description().rfind(' ') + 1));
+      }
+    }
+    if (unknown)
+      throw EngineError(err::kTooFewParameters, sources::kDatabase, {std::to_string(unknown)});
+
+    snapshot_ = st.distinct || sources_.size() > 1;
+    Evaluator eval(joined, ExprContext::kQuery);
+    if (!snapshot_) {
+      const jet::TableDef& t = *sources_[0].table;
+      c.db->scanRows(t, [&](jet::RowId id, jet::Bytes bytes) {
+        if (st.where) {
+          std::vector<jet::Value> row = c.db->decodeRow(t, bytes);
+          joined.setRow(0, &row);
+          if (!eval.matches(*st.where)) return true;
+        }
+        members_.push_back({nextMark_++, id, c.rollbacks, 0});
+        return true;
+      });
+      c.touched.insert(&t);
+    } else {
+      // Read-only results are computed once: every combination of rows the
+      // WHERE clause keeps, projected on the fields.
+      std::vector<std::vector<std::vector<jet::Value>>> all(sources_.size());
+      for (size_t s = 0; s < sources_.size(); ++s) all[s] = c.db->readAll(*sources_[s].table);
+      std::vector<size_t> at(sources_.size(), 0);
+      bool empty = std::any_of(all.begin(), all.end(), [](auto& rows) { return rows.empty(); });
+      while (!empty) {
+        for (size_t s = 0; s < sources_.size(); ++s) joined.setRow(s, &all[s][at[s]]);
+        if (!st.where || eval.matches(*st.where)) {
+          std::vector<jet::Value> out;
+          for (const Column& col : columns_)
+            out.push_back(all[col.source][at[col.source]][col.column]);
+          rows_.push_back(std::move(out));
+        }
+        size_t s = sources_.size();
+        while (s > 0 && ++at[s - 1] == all[s - 1].size()) at[--s] = 0;
+        if (s == 0) break;
+      }
+      if (st.distinct) {
+        std::stable_sort(rows_.begin(), rows_.end(),
+                         [](auto& a, auto& b) { return compareRows(a, b) < 0; });
+        rows_.erase(std::unique(rows_.begin(), rows_.end(),
+                                [](auto& a, auto& b) { return compareRows(a, b) == 0; }),
+                    rows_.end());
+      }
+      for (size_t i = 0; i < rows_.size(); ++i) members_.push_back({nextMark_++, {}, 0, i});
+    }
+    pos_ = members_.empty() ? -1 : 0;
+  });
+}
+
+bool Recordset::updatable() const {
+  if (snapshot_ || sources_.empty()) return false;
+  return core().db->whyNotWritable(*sources_[0].table).empty();
+}
+
+// ---- Reading rows
+
+const std::vector<jet::Value>* Recordset::tableRow(size_t i) const {
+  detail::DatabaseCore& c = core();
+  if (cachedIndex_ == static_cast<long>(i) && cachedGeneration_ == c.generation) return &cachedRow_;
+  const Member& m = members_[i];
+  if (c.undone(m.id, m.epoch)) return nullptr;
+  // A page freed by a rollback may since hold another table's rows.
+  const jet::TableDef& t = *sources_[0].table;
+  if (m.id.page >= c.db->pageCount()) return nullptr;
+  jet::Bytes pg = c.db->page(m.id.page);
+  const jet::Format& f = c.db->format();
+  if (pg[0] != jet::page::kData || jet::u32le(&pg[f.dataTdefOffset]) != t.tdefPage) return nullptr;
+  std::optional<jet::Bytes> bytes = c.db->rowData(m.id);
+  if (!bytes) return nullptr;
+  cachedRow_ = c.db->decodeRow(t, *bytes);
+  cachedProjection_.clear();
+  for (const Column& col : columns_) cachedProjection_.push_back(cachedRow_[col.column]);
+  cachedIndex_ = static_cast<long>(i);
+  cachedGeneration_ = c.generation;
+  return &cachedRow_;
+}
+
+const std::vector<jet::Value>& Recordset::memberValues(size_t i) const {
+  if (snapshot_) return rows_[members_[i].snapshot];
+  if (!tableRow(i)) throw EngineError(err::kRecordDeleted, sources::kRecordset);
+  return cachedProjection_;
+}
+
+size_t Recordset::currentIndex() const {
+  if (onDeleted_) throw EngineError(err::kRecordDeleted, sources::kRecordset);
+  if (pos_ < 0 || pos_ >= static_cast<long>(members_.size()))
+    throw EngineError(err::kNoCurrentRecord, sources::kRecordset);
+  return static_cast<size_t>(pos_);
+}
+
+int Recordset::findColumn(std::string_view, std::string_view name) const {
+  for (size_t i = 0; i < columns_.size(); ++i)
+    if (sameName(columns_[i].name, name)) return static_cast<int>(i);
+  return -1;
+}
+
+size_t Recordset::requireColumn(std::string_view name) const {
+  int i = findColumn("", name);
+  if (i < 0) throw EngineError(err::kItemNotFound, sources::kFields);
+  return static_cast<size_t>(i);
+}
+
+std::vector<std::string> Recordset::fieldNames() const {
+  std::vector<std::string> names;
+  for (const Column& c : columns_) names.push_back(c.name);
+  return names;
+}
+
+jet::Value Recordset::field(std::string_view name) const {
+  return guard(sources::kFields, [&] {
+    size_t col = requireColumn(name);
+    if (mode_ != EditMode::kNone) return buffer_[columns_[col].column];
+    return memberValues(currentIndex())[col];
+  });
+}
+
+int Recordset::fieldSize(std::string_view name) const {
+  return guard(sources::kFields, [&] {
+    const Column& col = columns_[requireColumn(name)];
+    const jet::ColumnDef& c = sources_[col.source].table->columns[col.column];
+    if (c.type == jet::coltype::kText)
+      return static_cast<int>(c.length / core().db->format().textUnitSize);
+    if (c.isLongValue()) return 0;
+    if (c.type == jet::coltype::kBoolean) return 1;
+    return c.isFixed() ? jet::fixedSizeOf(c.type) : static_cast<int>(c.length);
+  });
+}
+
+// ---- Moving
+
+void Recordset::dropPending() {
+  mode_ = EditMode::kNone;
+  buffer_.clear();
+}
+
+bool Recordset::bof() const {
+  core();
+  if (onDeleted_) return false;
+  return members_.empty() || pos_ < 0;
+}
+
+bool Recordset::eof() const {
+  core();
+  if (onDeleted_) return false;
+  return members_.empty() || pos_ >= static_cast<long>(members_.size());
+}
+
+long Recordset::recordCount() const {
+  core();
+  return static_cast<long>(members_.size());
+}
+
+void Recordset::moveFirst() {
+  guard(sources::kRecordset, [&] {
+    if (members_.empty()) throw EngineError(err::kNoCurrentRecord, sources::kRecordset);
+    dropPending();
+    pos_ = 0;
+    onDeleted_ = false;
+  });
+}
+
+void Recordset::moveLast() {
+  guard(sources::kRecordset, [&] {
+    if (members_.empty()) throw EngineError(err::kNoCurrentRecord, sources::kRecordset);
+    dropPending();
+    pos_ = static_cast<long>(members_.size()) - 1;
+    onDeleted_ = false;
+  });
+}
+
+void Recordset::moveNext() {
+  guard(sources::kRecordset, [&] {
+    const long n = static_cast<long>(members_.size());
+    if (onDeleted_) {
+      // The row that followed the deleted one now sits where it was.
+      onDeleted_ = false;
+    } else {
+      if (n == 0 || pos_ >= n) throw EngineError(err::kNoCurrentRecord, sources::kRecordset);
+      ++pos_;
+    }
+    dropPending();
+    pos_ = std::min(pos_, n);
+  });
+}
+
+void Recordset::movePrevious() {
+  guard(sources::kRecordset, [&] {
+    if (onDeleted_) {
+      onDeleted_ = false;
+    } else if (members_.empty() || pos_ < 0) {
+      throw EngineError(err::kNoCurrentRecord, sources::kRecordset);
+    }
+    dropPending();
+    --pos_;
+  });
+}
+
+Recordset::Bookmark Recordset::bookmark() const {
+  return guard(sources::kRecordset, [&] {
+    size_t i = currentIndex();
+    return Bookmark{members_[i].mark};
+  });
+}
+
+void Recordset::setBookmark(Bookmark b) {
+  guard(sources::kRecordset, [&] {
+    auto it = std::find_if(members_.begin(), members_.end(),
+                           [&](const Member& m) { return m.mark == b.value; });
+    if (b.value == 0 || it == members_.end())
+      throw EngineError(err::kInvalidBookmark, sources::kRecordset);
+    dropPending();
+    pos_ = it - members_.begin();
+    onDeleted_ = false;
+  });
+}
+
+Recordset::Bookmark Recordset::lastModified() const {
+  return guard(sources::kRecordset, [&] {
+    if (lastModified_ == 0) throw EngineError(err::kNoCurrentRecord, sources::kRecordset);
+    return Bookmark{lastModified_};
+  });
+}
+
+// ---- Finding
+
+void Recordset::findFirst(std::string_view criteria) { find(criteria, true, true); }
+void Recordset::findNext(std::string_view criteria) { find(criteria, true, false); }
+void Recordset::findPrevious(std::string_view criteria) { find(criteria, false, false); }
+void Recordset::findLast(std::string_view criteria) { find(criteria, false, true); }
+
+void Recordset::find(std::string_view criteria, bool forward, bool fromEnd) {
+  guard(sources::kRecordset, [&] {
+    ExprPtr cond = parseCriteria(criteria);
+    std::vector<std::string> names = fieldNames();
+    std::vector<FieldKind> kinds;
+    for (const Column& col : columns_)
+      kinds.push_back(kindOf(sources_[col.source].table->columns[col.column]));
+    ResultRow row(names, kinds);
+    checkExpression(*cond, row, ExprContext::kCriteria);
+    Evaluator eval(row, ExprContext::kCriteria);
+
+    const long n = static_cast<long>(members_.size());
+    long i;
+    if (fromEnd) {
+      i = forward ? 0 : n - 1;
+    } else if (forward) {
+      i = onDeleted_ ? pos_ : pos_ + 1;
+      i = std::max(i, 0L);
+    } else {
+      i = std::min(pos_ - 1, n - 1);
+    }
+    for (; i >= 0 && i < n; i += forward ? 1 : -1) {
+      if (!snapshot_ && !tableRow(static_cast<size_t>(i))) continue;  // deleted elsewhere
+      row.row = &memberValues(static_cast<size_t>(i));
+      if (eval.matches(*cond)) {
+        dropPending();
+        pos_ = i;
+        onDeleted_ = false;
+        noMatch_ = false;
+        return;
+      }
+    }
+    noMatch_ = true;
+  });
+}
+
+// ---- Changing
+
+void Recordset::requireUpdatable() const {
+  if (!updatable()) throw EngineError(err::kReadOnly, sources::kRecordset);
+}
+
+void Recordset::addNew() {
+  guard(sources::kRecordset, [&] {
+    requireUpdatable();
+    detail::DatabaseCore& c = core();
+    const jet::TableDef& t = *sources_[0].table;
+    dropPending();
+    std::vector<jet::Value> row(t.columns.size());
+    for (size_t i = 0; i < t.columns.size(); ++i)
+      if (t.columns[i].isAutoNumber() && t.columns[i].type == jet::coltype::kLong)
+        row[i] = c.db->takeAutoNumber(t);
+    c.changed();
+    buffer_ = std::move(row);
+    mode_ = EditMode::kAdd;
+  });
+}
+
+void Recordset::edit() {
+  guard(sources::kRecordset, [&] {
+    requireUpdatable();
+    size_t i = currentIndex();
+    const std::vector<jet::Value>* row = tableRow(i);
+    if (!row) throw EngineError(err::kRecordDeleted, sources::kRecordset);
+    buffer_ = *row;
+    mode_ = EditMode::kEdit;
+  });
+}
+
+void Recordset::setField(std::string_view name, jet::Value value) {
+  guard(sources::kField, [&] {
+    size_t col = requireColumn(name);
+    if (mode_ == EditMode::kNone)
+      throw EngineError(err::kUpdateWithoutAddNewOrEdit, sources::kField);
+    const jet::TableDef& t = *sources_[0].table;
+    const jet::ColumnDef& c = t.columns[columns_[col].column];
+    if (c.isAutoNumber()) {
+      // Jet lets nobody change a row's automatic key.
+      if (buffer_[columns_[col].column] == value) return;
+      throw EngineError(err::kFieldNotUpdatable, sources::kField);
+    }
+    try {
+      buffer_[columns_[col].column] = jet::coerceValue(core().db->format(), c, value);
+    } catch (const jet::JetError&) {
+      const bool tooLong =
+          c.type == jet::coltype::kText && std::holds_alternative<std::string>(value);
+      throw EngineError(tooLong ? err::kFieldTooSmall : err::kConversionError, sources::kField);
+    }
+  });
+}
+
+void Recordset::update() {
+  guard(sources::kRecordset, [&] {
+    if (mode_ == EditMode::kNone)
+      throw EngineError(err::kUpdateWithoutAddNewOrEdit, sources::kRecordset);
+    detail::DatabaseCore& c = core();
+    const jet::TableDef& t = *sources_[0].table;
+    for (const jet::RealIndex& ri : t.realIndexes)
+      if (ri.required())
+        for (const jet::IndexColumn& ic : ri.columns)
+          if (jet::isNull(buffer_[ic.column]))
+            throw EngineError(err::kIndexNull, sources::kRecordset);
+    if (mode_ == EditMode::kAdd) {
+      jet::RowId id = c.db->insertRow(t, buffer_);
+      c.inserted(id);
+      members_.push_back({nextMark_++, id, c.rollbacks, 0});
+      // The new row joins at the end; the row current before AddNew stays.
+      lastModified_ = members_.back().mark;
+    } else {
+      size_t i = currentIndex();
+      if (!tableRow(i)) throw EngineError(err::kRecordDeleted, sources::kRecordset);
+      c.db->updateRow(t, members_[i].id, buffer_);
+      lastModified_ = members_[i].mark;
+    }
+    dropPending();
+    c.changed();
+  });
+}
+
+void Recordset::cancelUpdate() {
+  guard(sources::kRecordset, [&] {
+    if (mode_ == EditMode::kNone)
+      throw EngineError(err::kUpdateWithoutAddNewOrEdit, sources::kRecordset);
+    dropPending();
+  });
+}
+
+void Recordset::deleteRecord() {
+  guard(sources::kRecordset, [&] {
+    requireUpdatable();
+    size_t i = currentIndex();
+    if (!tableRow(i)) throw EngineError(err::kRecordDeleted, sources::kRecordset);
+    detail::DatabaseCore& c = core();
+    dropPending();
+    c.db->deleteRow(*sources_[0].table, members_[i].id);
+    members_.erase(members_.begin() + static_cast<long>(i));
+    onDeleted_ = true;
+    cachedIndex_ = -1;
+    c.changed();
+  });
+}
+
+}  // namespace schema
