@@ -43,6 +43,16 @@ check schema 0 "$tool" schema "$corpus/testV2000.mdb" Table1
 check schema-all 0 "$tool" schema "$corpus/testV1997.mdb"
 [[ $LAST_OUT == *"Jet 3"* && $LAST_OUT == *"Table: Table4"* ]] ||
   { echo "FAIL schema of the whole file"; failures=$((failures + 1)); }
+check query 0 "$tool" query "$corpus/testV2000.mdb" "SELECT A, C FROM [table1] WHERE c = 2 OR d IS NULL"
+[[ $LAST_OUT == $'A,C\n"abcdefg",2' ]] || { echo "FAIL query result: $LAST_OUT"; failures=$((failures + 1)); }
+check find 0 "$tool" find "$corpus/testV2000.mdb" Table1 "B = 'B'"
+[[ $LAST_OUT == *'"a","b",0,0,0,0,'* ]] || { echo "FAIL find result: $LAST_OUT"; failures=$((failures + 1)); }
+check find-none 1 "$tool" find "$corpus/testV2000.mdb" Table1 "A = 'zzz'"
+[[ $LAST_OUT == "no row of Table1 matches A = 'zzz'" ]] || { echo "FAIL find-none: $LAST_OUT"; failures=$((failures + 1)); }
+check find-quote 1 "$tool" find "$corpus/testV2000.mdb" Table1 "A = 'O'Brien'"
+expect_err find-quote "error 3077"
+check query-table 1 "$tool" query "$corpus/testV2000.mdb" "select * from Nope"
+expect_err query-table "error 3078"
 rm -f /tmp/csdtool_cli_err.$$ /tmp/csdtool_cli_bad.$$
-echo "$((15 - failures)) passed, $failures failed"
+echo "$((20 - failures)) passed, $failures failed"
 [[ $failures == 0 ]]

@@ -16,6 +16,9 @@
 #include "jet/check.h"
 #include "jet/database.h"
 #include "jet/error.h"
+#include "schema/engine_error.h"
+#include "schema/recordset.h"
+#include "schema/schema_database.h"
 #include "tools/csdtool/csv_export.h"
 #include "tools/csdtool/schema_text.h"
 #include "tools/csdtool/value_text.h"
@@ -31,6 +34,10 @@ const char kUsage[] =
     "  columns FILE TABLE     one line per column: name, type, size in bytes, flags (tab-separated)\n"
     "  export FILE TABLE      write a table as CSV (the layout of mdb-export)\n"
     "  check FILE             verify the file's structure; one line per fault, exit 1 if any\n"
+    "  query FILE \"SELECT ...\"\n"
+    "                         run a query through the data layer; the result as CSV\n"
+    "  find FILE TABLE \"CRITERIA\"\n"
+    "                         the first row that matches, as CSV, or say that none did\n"
     "  insert FILE TABLE COL=VALUE...\n"
     "                         add a row; prints its AutoNumber key where the table has one\n"
     "  update FILE TABLE --where COL=VALUE... --set COL=VALUE...\n"
@@ -253,6 +260,51 @@ int newFromTemplate(const std::vector<std::string>& args) {
   return 0;
 }
 
+// Runs `body` on a working copy of `path` opened through the data layer, as
+// the editor would, so the file itself is never touched.
+void withWorkingCopy(const std::string& path,
+                     const std::function<void(schema::SchemaDatabase&)>& body) {
+  namespace fs = std::filesystem;
+  if (!fs::is_regular_file(path))
+    throw jet::JetError(jet::JetError::Kind::kIo, path + ": no such file");
+  std::string dir = (fs::temp_directory_path() / "csdtool-XXXXXX").string();
+  if (!::mkdtemp(dir.data())) ioFail(path, "cannot make a working folder");
+  const std::string copy = dir + "/work.csd";
+  try {
+    fs::copy_file(path, copy);
+    fs::permissions(copy, fs::perms::owner_read | fs::perms::owner_write);
+    schema::SchemaDatabase db;
+    db.open(copy);
+    body(db);
+    db.close();
+  } catch (...) {
+    fs::remove_all(dir);
+    throw;
+  }
+  fs::remove_all(dir);
+}
+
+void printRecordset(schema::Recordset& rs, bool firstOnly) {
+  std::vector<std::string> names = rs.fieldNames();
+  std::string line;
+  for (size_t i = 0; i < names.size(); ++i) line += (i ? "," : "") + names[i];
+  std::cout << line << "\n";
+  jet::ColumnDef text;  // the layout mdb-export gives text; every value prints by its own kind
+  text.type = jet::coltype::kText;
+  for (; !rs.eof(); rs.moveNext()) {
+    line.clear();
+    for (size_t i = 0; i < names.size(); ++i) {
+      if (i) line += ',';
+      jet::Value v = rs.field(names[i]);
+      jet::ColumnDef kind = text;
+      if (std::holds_alternative<jet::Blob>(v)) kind.type = jet::coltype::kOle;
+      line += csdtool::csvField(kind, v);
+    }
+    std::cout << line << "\n";
+    if (firstOnly) break;
+  }
+}
+
 int run(const std::vector<std::string>& args) {
   const std::string& cmd = args[0];
   if (cmd == "new") return newFromTemplate(args);
@@ -292,6 +344,27 @@ int run(const std::vector<std::string>& args) {
       return 1;
     }
     return 0;
+  }
+  if (cmd == "query") {
+    if (args.size() != 3) return usageError("query takes FILE \"SELECT ...\"");
+    withWorkingCopy(args[1], [&](schema::SchemaDatabase& db) {
+      schema::Recordset rs = db.openRecordset(args[2]);
+      printRecordset(rs, false);
+    });
+    return 0;
+  }
+  if (cmd == "find") {
+    if (args.size() != 4) return usageError("find takes FILE TABLE \"CRITERIA\"");
+    bool found = false;
+    withWorkingCopy(args[1], [&](schema::SchemaDatabase& db) {
+      schema::Recordset rs = db.openRecordset("select * from [" + args[2] + "]");
+      rs.findFirst(args[3]);
+      if (rs.noMatch()) return;
+      found = true;
+      printRecordset(rs, true);
+    });
+    if (!found) std::cout << "no row of " << args[2] << " matches " << args[3] << "\n";
+    return found ? 0 : 1;
   }
   if (cmd == "check") {
     if (args.size() != 2) return usageError("check takes one FILE");
@@ -380,6 +453,8 @@ int main(int argc, char** argv) {
     return run(args);
   } catch (const jet::JetError& e) {
     std::cerr << "csdtool: " << e.what() << "\n";
+  } catch (const schema::EngineError& e) {
+    std::cerr << "csdtool: " << args[1] << ": error " << e.number() << ": " << e.description() << "\n";
   } catch (const std::exception& e) {
     std::cerr << "csdtool: " << (args.size() > 1 ? args[1] + ": " : "") << e.what() << "\n";
   }
