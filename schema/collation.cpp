@@ -6,6 +6,7 @@
 #include "schema/collation.h"
 
 #include <algorithm>
+#include <array>
 
 #include "jet/sort_general.h"
 #include "jet/text.h"
@@ -71,7 +72,46 @@ std::vector<uint8_t> textSortKey(std::string_view utf8) {
   return key;
 }
 
+namespace {
+
+// The one-byte main code of each ASCII character whose key is that code
+// alone, or -1. Text made only of such characters compares code by code,
+// without building keys: the common case of file names and attribute names.
+const std::array<int, 128>& plainCodes() {
+  static const std::array<int, 128> codes = [] {
+    std::array<int, 128> t;
+    t.fill(-1);
+    for (int c = 1; c < 128; ++c) {
+      jet::CharWeights w = jet::generalLegacyWeights(static_cast<char16_t>(c));
+      if (w.cls == jet::CharClass::kPlain && w.code > 1 && w.code < 256) t[c] = static_cast<int>(w.code);
+    }
+    return t;
+  }();
+  return codes;
+}
+
+bool plainCoded(std::string_view s) {
+  const auto& codes = plainCodes();
+  for (char c : s) {
+    auto u = static_cast<unsigned char>(c);
+    if (u >= 128 || codes[u] < 0) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 int compareText(std::string_view a, std::string_view b) {
+  if (plainCoded(a) && plainCoded(b)) {
+    const auto& codes = plainCodes();
+    size_t n = std::min(a.size(), b.size());
+    for (size_t i = 0; i < n; ++i) {
+      int x = codes[static_cast<unsigned char>(a[i])], y = codes[static_cast<unsigned char>(b[i])];
+      if (x != y) return x < y ? -1 : 1;
+    }
+    // The key of the shorter ends where the other's goes on with a code.
+    return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
+  }
   std::vector<uint8_t> ka = textSortKey(a), kb = textSortKey(b);
   return ka < kb ? -1 : ka > kb ? 1 : 0;
 }

@@ -210,13 +210,18 @@ jet::Value Evaluator::eval(const Expr& e) const {
       return holds(compareValues(l, r, ctx_), e.op);
     }
     case Expr::Kind::kAnd: {
-      std::optional<bool> l = truth(eval(*e.left), ctx_), r = truth(eval(*e.right), ctx_);
-      if (l == false || r == false) return false;
+      // False on one side settles it, whatever the other holds.
+      std::optional<bool> l = truth(eval(*e.left), ctx_);
+      if (l == false) return false;
+      std::optional<bool> r = truth(eval(*e.right), ctx_);
+      if (r == false) return false;
       return ofTruth(l && r ? std::optional<bool>(true) : std::nullopt);
     }
     case Expr::Kind::kOr: {
-      std::optional<bool> l = truth(eval(*e.left), ctx_), r = truth(eval(*e.right), ctx_);
-      if (l == true || r == true) return true;
+      std::optional<bool> l = truth(eval(*e.left), ctx_);
+      if (l == true) return true;
+      std::optional<bool> r = truth(eval(*e.right), ctx_);
+      if (r == true) return true;
       return ofTruth(l && r ? std::optional<bool>(false) : std::nullopt);
     }
     case Expr::Kind::kNot: {

@@ -1,0 +1,50 @@
+// The files a document passes through: the working copy in the temporary
+// folder and its lock file, the copy in and out, the template folder.
+//
+// Failures of these operations are FileError, numbered and worded as the
+// file functions of the original platform word them ("Path not found"),
+// because the user reads the description in the lifecycle's messages.
+#pragma once
+
+#include <QString>
+#include <stdexcept>
+
+namespace document {
+
+class FileError : public std::runtime_error {
+ public:
+  FileError(int number, const QString& description);
+  int number() const { return number_; }
+  QString description() const { return QString::fromUtf8(what()); }
+
+ private:
+  int number_;
+};
+
+// Makes a new empty file "CSD" + 4 upper-case hex digits + ".tmp" in folder,
+// atomically (it never takes over a file that exists), and returns its full
+// path. FileError 76 when the folder is missing, 70 when it may not be
+// written, 75 when it holds no free name.
+QString createWorkingCopy(const QString& folder);
+
+// The working copy's name with its last three characters replaced by "ldb".
+QString lockFilePath(const QString& workingCopy);
+
+// Copies source over destination, which is overwritten in place when it
+// exists. FileError 52 for an empty name, 53 when the source is missing, 76
+// when the destination's folder is, 70 when either may not be used, 61 when
+// the disk is full, 75 otherwise.
+void copyFile(const QString& source, const QString& destination);
+
+// Deletes the file if it exists; a file that cannot be deleted is left.
+void removeIfExists(const QString& path);
+
+// The folder the two template documents live in, from the program's own
+// path: drop the file name and the folder holding it, append
+// "/Templates/Warehouses". Empty when the program's path is.
+QString templateFolderFor(const QString& programPath);
+
+inline const QString kMstnTemplate = QStringLiteral("MstnTemplate.csd");
+inline const QString kAutoCadTemplate = QStringLiteral("AutoCadTemplate.csd");
+
+}  // namespace document

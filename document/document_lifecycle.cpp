@@ -1,0 +1,291 @@
+#include "document/document_lifecycle.h"
+
+#include <QFileInfo>
+#include <utility>
+
+#include "document/document_files.h"
+#include "document/document_settings.h"
+#include "document/string_table.h"
+
+namespace document {
+
+namespace {
+
+const QString kCrLf = QStringLiteral("\r\n");
+
+// The hourglass for the length of a road, restored on every way out.
+class Busy {
+ public:
+  explicit Busy(DocumentHost& host) : host_(host) { host_.setBusy(true); }
+  ~Busy() { host_.setBusy(false); }
+  Busy(const Busy&) = delete;
+  Busy& operator=(const Busy&) = delete;
+
+ private:
+  DocumentHost& host_;
+};
+
+QString describe(const schema::EngineError& e) { return QString::fromStdString(e.description()); }
+
+}  // namespace
+
+DocumentLifecycle::DocumentLifecycle(Prompter& prompter, DocumentHost& host, QString programPath,
+                                     QString tempFolder)
+    : prompter_(prompter),
+      host_(host),
+      programPath_(std::move(programPath)),
+      tempFolder_(std::move(tempFolder)),
+      caption_(text(2018)) {}
+
+DocumentLifecycle::~DocumentLifecycle() {
+  try {
+    database_.close();
+  } catch (const schema::EngineError&) {
+    // Going away regardless; the working copy is thrown away below.
+  }
+  deleteWorkingCopy();
+}
+
+void DocumentLifecycle::startUp(const QString& commandLine,
+                                const std::function<DocumentChoice()>& showIntro) {
+  if (started_) return;
+  started_ = true;
+  DocumentChoice choice{DocumentKind::Existing, commandLine};
+  if (commandLine.isEmpty()) choice = showIntro();
+  if (choice.path.isEmpty()) return;
+  // A new document has no file of its own until its first save.
+  const bool isNew = choice.kind != DocumentKind::Existing;
+  if (!openFrom(choice.path, isNew ? QString() : choice.path)) return;
+  kind_ = choice.kind;
+  try {
+    host_.openStep(database_);
+  } catch (const schema::EngineError& e) {
+    host_.reportError(e.number(), describe(e));
+    return;
+  }
+  host_.setCloseEnabled(true);
+  setCaption(captionFor(kind_, documentPath_));
+}
+
+CloseOutcome DocumentLifecycle::close() {
+  Busy busy(host_);
+  bool save = false;
+  if (open_) {
+    const Answer answer =
+        prompter_.ask(text(2010) + QLatin1Char('?'), MessageStyle::YesNoCancel, text(2010));
+    if (answer == Answer::Cancel) return CloseOutcome::Cancelled;
+    save = answer == Answer::Yes;
+    // A cancelled save dialog leaves the path empty; the copy below then
+    // fails and the user is offered another name.
+    if (save && documentPath_.isEmpty()) documentPath_ = prompter_.saveFile(saveDialogRequest());
+  }
+  try {
+    if (open_) {
+      host_.closeStep(database_);
+      database_.close();
+      open_ = false;
+    }
+    if (save) {
+      DocumentSettings::setRecentFile(documentPath_);
+      copyFile(workingCopy_, documentPath_);
+    }
+  } catch (const FileError& e) {
+    return closeFailed(e.description());
+  } catch (const schema::EngineError& e) {
+    return closeFailed(describe(e));
+  }
+  deleteWorkingCopy();
+  host_.setCloseEnabled(false);
+  workingCopy_.clear();
+  documentPath_.clear();
+  setCaption(text(2018));
+  host_.clearStep();
+  return CloseOutcome::Closed;
+}
+
+CloseOutcome DocumentLifecycle::closeFailed(QString description) {
+  for (;;) {
+    const Answer answer =
+        prompter_.ask(description + QLatin1Char('.') + kCrLf + text(5039), MessageStyle::YesNo);
+    if (answer != Answer::Yes) {
+      try {
+        database_.close();
+      } catch (const schema::EngineError&) {
+        // The copy is being thrown away; nothing of it needs writing.
+      }
+      open_ = false;
+      deleteWorkingCopy();
+      return CloseOutcome::GaveUp;
+    }
+    const QString name = prompter_.saveFile(saveDialogRequest());
+    if (!name.isEmpty()) {
+      try {
+        copyFile(workingCopy_, name);
+      } catch (const FileError& e) {
+        // The other name failed too: the same question again.
+        description = e.description();
+        continue;
+      }
+    }
+    // The close is abandoned: the document is open again on its working copy.
+    try {
+      if (!database_.isOpen()) database_.open(workingCopy_.toStdString());
+      open_ = true;
+      host_.openStep(database_);
+    } catch (const schema::EngineError& e) {
+      host_.reportError(e.number(), describe(e));
+    }
+    return CloseOutcome::KeptOpen;
+  }
+}
+
+void DocumentLifecycle::newDocument(const std::function<DocumentChoice()>& showNewFile) {
+  const CloseOutcome closed = close();
+  if (closed == CloseOutcome::Cancelled || closed == CloseOutcome::KeptOpen) return;
+  const DocumentChoice choice = showNewFile();
+  if (choice.path.isEmpty()) return;
+  if (!openFrom(choice.path, QString())) return;
+  kind_ = choice.kind;
+  try {
+    host_.openStep(database_);
+  } catch (const schema::EngineError& e) {
+    host_.reportError(e.number(), describe(e));
+    return;
+  }
+  host_.setCloseEnabled(true);
+  setCaption(captionFor(kind_, documentPath_));
+  host_.enablingStep();
+}
+
+void DocumentLifecycle::openDocument() {
+  const CloseOutcome closed = close();
+  if (closed == CloseOutcome::Cancelled || closed == CloseOutcome::KeptOpen) return;
+  // Only now the dialog: cancelling it leaves no document open.
+  const QString name = prompter_.openFile(openDialogRequest());
+  if (name.isEmpty()) return;
+  if (!openFrom(name, name)) return;
+  kind_ = DocumentKind::Existing;
+  // This road leaves the caption as the close set it.
+  host_.setCloseEnabled(true);
+  try {
+    host_.openStep(database_);
+  } catch (const schema::EngineError& e) {
+    host_.reportError(e.number(), describe(e));
+    return;
+  }
+  DocumentSettings::setRecentFile(name);
+}
+
+bool DocumentLifecycle::closeWindow() {
+  const CloseOutcome closed = close();
+  return closed == CloseOutcome::Closed || closed == CloseOutcome::GaveUp;
+}
+
+bool DocumentLifecycle::openFrom(const QString& source, const QString& documentPath) {
+  QString workingCopy;
+  try {
+    workingCopy = createWorkingCopy(tempFolder_);
+    copyFile(source, workingCopy);
+  } catch (const FileError& e) {
+    prompter_.ask(e.description() + QLatin1Char('.') + kCrLf + text(5037) + QLatin1Char(' ') +
+                      source + QLatin1Char(' ') + text(5038) + QLatin1Char(' ') + workingCopy +
+                      QLatin1Char('.'),
+                  MessageStyle::Ok);
+    removeIfExists(workingCopy);
+    return false;
+  }
+  workingCopy_ = workingCopy;
+  documentPath_ = documentPath;
+  try {
+    database_.open(workingCopy_.toStdString());
+  } catch (const schema::EngineError& e) {
+    // Not a schema this engine reads, or locked: nothing is opened and the
+    // copy is not kept.
+    host_.reportError(e.number(), describe(e));
+    deleteWorkingCopy();
+    workingCopy_.clear();
+    documentPath_.clear();
+    return false;
+  }
+  open_ = true;
+  return true;
+}
+
+void DocumentLifecycle::deleteWorkingCopy() {
+  if (workingCopy_.isEmpty()) return;
+  removeIfExists(workingCopy_);
+  removeIfExists(lockFilePath(workingCopy_));
+}
+
+void DocumentLifecycle::setCaption(const QString& caption) {
+  caption_ = caption;
+  host_.setCaption(caption);
+}
+
+QString DocumentLifecycle::templateFolder() const { return templateFolderFor(programPath_); }
+
+bool DocumentLifecycle::templateAvailable(DocumentKind kind) const {
+  const QString folder = templateFolder();
+  if (folder.isEmpty()) return false;
+  if (kind == DocumentKind::MicroStation) return QFileInfo::exists(folder + '/' + kMstnTemplate);
+  if (kind == DocumentKind::AutoCad) return QFileInfo::exists(folder + '/' + kAutoCadTemplate);
+  return false;
+}
+
+QString DocumentLifecycle::templatePath(DocumentKind kind) {
+  const QString folder = templateFolder();
+  if (folder.isEmpty()) {
+    prompter_.ask(text(5008), MessageStyle::Ok);
+    return {};
+  }
+  return folder + QLatin1Char('/') +
+         (kind == DocumentKind::AutoCad ? kAutoCadTemplate : kMstnTemplate);
+}
+
+QString DocumentLifecycle::chosenPath(DocumentKind kind, const QString& existingPath,
+                                      const QString& otherTemplate) {
+  switch (kind) {
+    case DocumentKind::Existing:
+      return existingPath;
+    case DocumentKind::MicroStation:
+    case DocumentKind::AutoCad:
+      return templatePath(kind);
+    case DocumentKind::Other:
+      return otherTemplate;
+  }
+  return {};
+}
+
+FileFilter DocumentLifecycle::schemaFilter() {
+  return parseFileFilter(text(5032) + QLatin1Char(' ') + text(2015) + QLatin1Char('|') +
+                         text(2016));
+}
+
+FileDialogRequest DocumentLifecycle::openDialogRequest() {
+  return {text(5035), schemaFilter(), {}, false, false};
+}
+
+FileDialogRequest DocumentLifecycle::saveDialogRequest() {
+  return {text(5034), schemaFilter(), {}, true, true};
+}
+
+FileDialogRequest DocumentLifecycle::templateDialogRequest() {
+  return {text(5031), schemaFilter(), {}, false, false};
+}
+
+QString DocumentLifecycle::captionFor(DocumentKind kind, const QString& documentPath) {
+  const QString separator = QStringLiteral(" - ");
+  switch (kind) {
+    case DocumentKind::Existing:
+      return text(2018) + separator + documentPath;
+    case DocumentKind::MicroStation:
+      return text(2018) + separator + text(2019);
+    case DocumentKind::AutoCad:
+      return text(2018) + separator + text(2020);
+    case DocumentKind::Other:
+      return text(2018) + separator + text(2021);
+  }
+  return text(2018);
+}
+
+}  // namespace document

@@ -1,0 +1,123 @@
+// The files under a document: working-copy names made atomically in the
+// temporary folder, the lock file beside them, the copy in and out with the
+// errors the user reads, and the template folder found from the program.
+#include "document/document_files.h"
+
+#include <QRegularExpression>
+#include <QtTest>
+
+using namespace document;
+
+class DocumentFilesTest : public QObject {
+  Q_OBJECT
+
+  static QByteArray readAll(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<unreadable>");
+  }
+  static void write(const QString& path, const QByteArray& bytes) {
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    f.write(bytes);
+  }
+  static int copyError(const QString& from, const QString& to, QString* description = nullptr) {
+    try {
+      copyFile(from, to);
+    } catch (const FileError& e) {
+      if (description) *description = e.description();
+      return e.number();
+    }
+    return 0;
+  }
+
+ private slots:
+  void workingCopiesAreNewEmptyAndDistinct() {
+    QTemporaryDir dir;
+    const QRegularExpression shape("^CSD[0-9A-F]{4}\\.tmp$");
+    QSet<QString> names;
+    for (int i = 0; i < 200; ++i) {
+      const QString path = createWorkingCopy(dir.path());
+      const QFileInfo info(path);
+      QVERIFY2(shape.match(info.fileName()).hasMatch(), qPrintable(info.fileName()));
+      QCOMPARE(info.absolutePath(), QDir(dir.path()).absolutePath());
+      QVERIFY(info.exists());
+      QCOMPARE(info.size(), 0);
+      names.insert(path);
+    }
+    // Every call made a file of its own, never reusing one already there.
+    QCOMPARE(names.size(), 200);
+    QCOMPARE(QDir(dir.path()).entryList(QDir::Files).size(), 200);
+  }
+
+  void workingCopyNeedsAUsableFolder() {
+    QTemporaryDir dir;
+    try {
+      createWorkingCopy(dir.path() + "/missing");
+      QFAIL("made a working copy in a missing folder");
+    } catch (const FileError& e) {
+      QCOMPARE(e.number(), 76);
+    }
+    // A full folder: all 65536 names taken is rare, but the search must end.
+  }
+
+  void lockFileDiffersInTheLastThreeCharacters() {
+    QCOMPARE(lockFilePath("/tmp/CSD1A2B.tmp"), QStringLiteral("/tmp/CSD1A2B.ldb"));
+    QCOMPARE(lockFilePath("/a/b.csd"), QStringLiteral("/a/b.ldb"));
+  }
+
+  void copyOverwritesInPlace() {
+    QTemporaryDir dir;
+    const QString from = dir.filePath("from.csd"), to = dir.filePath("to.csd");
+    QByteArray big(300000, '\0');
+    for (int i = 0; i < big.size(); ++i) big[i] = char(i * 7);
+    write(from, big);
+    write(to, QByteArray(500000, 'x'));  // longer than the source: must shrink
+    QCOMPARE(copyError(from, to), 0);
+    QCOMPARE(readAll(to), big);
+    // An empty source empties the destination too.
+    write(from, {});
+    QCOMPARE(copyError(from, to), 0);
+    QCOMPARE(QFileInfo(to).size(), 0);
+  }
+
+  void copyFailuresAreWordedForTheUser() {
+    QTemporaryDir dir;
+    const QString from = dir.filePath("from.csd");
+    write(from, "data");
+    QString description;
+    QCOMPARE(copyError(dir.filePath("absent.csd"), dir.filePath("to.csd"), &description), 53);
+    QCOMPARE(description, QStringLiteral("File not found"));
+    QVERIFY(!QFileInfo::exists(dir.filePath("to.csd")));
+    QCOMPARE(copyError(from, dir.filePath("no/such/folder.csd"), &description), 76);
+    QCOMPARE(description, QStringLiteral("Path not found"));
+    QCOMPARE(copyError(from, dir.path(), &description), 75);  // a folder
+    QCOMPARE(description, QStringLiteral("Path/File access error"));
+    QCOMPARE(copyError(from, QString(), &description), 52);
+    QCOMPARE(copyError(from, dir.filePath("from.csd/x"), &description), 76);  // a file as folder
+    QCOMPARE(readAll(from), QByteArray("data"));
+  }
+
+  void templateFolderIsBesideTheProgramsFolder() {
+    QCOMPARE(templateFolderFor("/opt/vantor/bin/vantor"),
+             QStringLiteral("/opt/vantor/Templates/Warehouses"));
+    QCOMPARE(templateFolderFor(QString()), QString());
+    // This test runs from <build>/bin, as the editor does.
+    QCOMPARE(QDir(templateFolderFor(QCoreApplication::applicationFilePath())).canonicalPath(),
+             QDir(VANTOR_TEMPLATE_DIR).canonicalPath());
+    QVERIFY(QFileInfo::exists(QString(VANTOR_TEMPLATE_DIR) + '/' + kMstnTemplate));
+    QVERIFY(QFileInfo::exists(QString(VANTOR_TEMPLATE_DIR) + '/' + kAutoCadTemplate));
+  }
+
+  void removeIfExistsLeavesOthers() {
+    QTemporaryDir dir;
+    write(dir.filePath("a"), "1");
+    write(dir.filePath("b"), "2");
+    removeIfExists(dir.filePath("a"));
+    removeIfExists(dir.filePath("never"));
+    removeIfExists(QString());
+    QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{"b"});
+  }
+};
+
+QTEST_GUILESS_MAIN(DocumentFilesTest)
+#include "document_files_test.moc"
