@@ -132,6 +132,10 @@ class Database {
   std::vector<std::vector<Value>> readAll(const TableDef& t);
 
   IndexPage readIndexPage(uint32_t n);
+  // The rows whose entries in the index hold exactly `key` (as
+  // encodeIndexKey builds it), found by descending the tree.
+  std::vector<RowId> indexLookup(const TableDef& t, const RealIndex& ri,
+                                 const std::vector<uint8_t>& key);
   // Every entry of an index, in stored (key) order.
   std::vector<IndexEntry> readIndex(const RealIndex& index);
 

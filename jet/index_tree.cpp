@@ -132,6 +132,28 @@ class Editor {
     return false;
   }
 
+  // Every row whose entry holds exactly `key`, in index order.
+  std::vector<RowId> rowsWithKey(const std::vector<uint8_t>& key) {
+    Entry probe{key, RowId{0, 0}, 0};
+    uint32_t n = ri_.rootPage;
+    while (!load(n).leaf) {
+      Node& node = load(n);
+      n = node.entries[childFor(node, probe)].child;
+    }
+    std::vector<RowId> out;
+    std::set<uint32_t> seen;
+    while (n != 0 && seen.insert(n).second) {
+      Node& leaf = load(n);
+      for (const Entry& x : leaf.entries) {
+        if (less(x.key, x.row, key, RowId{0, 0})) continue;
+        if (x.key != key) return out;
+        out.push_back(x.row);
+      }
+      n = leaf.next;
+    }
+    return out;
+  }
+
   void write() {
     for (uint32_t n : touched_) {
       auto it = nodes_.find(n);
@@ -440,6 +462,14 @@ void Database::indexRemove(const TableDef& t, const RealIndex& ri,
   Editor ed(*this, nodeCache(indexCache_), t, ri);
   ed.remove(key, id);
   ed.write();
+}
+
+std::vector<RowId> Database::indexLookup(const TableDef& t, const RealIndex& ri,
+                                        const std::vector<uint8_t>& key) {
+  return guarded([&] {
+    Editor ed(*this, nodeCache(indexCache_), t, ri);
+    return ed.rowsWithKey(key);
+  });
 }
 
 bool Database::indexContainsKey(const TableDef& t, const RealIndex& ri,

@@ -74,16 +74,27 @@ std::vector<uint8_t> textSortKey(std::string_view utf8) {
 
 namespace {
 
-// The one-byte main code of each ASCII character whose key is that code
-// alone, or -1. Text made only of such characters compares code by code,
-// without building keys: the common case of file names and attribute names.
-const std::array<int, 128>& plainCodes() {
-  static const std::array<int, 128> codes = [] {
-    std::array<int, 128> t;
-    t.fill(-1);
+// The key bytes of each ASCII character whose key holds its main code alone
+// (empty where it does more). Text made only of such characters compares
+// code by code, without building keys: the common case of file names and
+// attribute names.
+struct PlainCode {
+  uint8_t size = 0;
+  uint8_t bytes[4] = {};
+};
+
+const std::array<PlainCode, 128>& plainCodes() {
+  static const std::array<PlainCode, 128> codes = [] {
+    std::array<PlainCode, 128> t{};
     for (int c = 1; c < 128; ++c) {
       jet::CharWeights w = jet::generalLegacyWeights(static_cast<char16_t>(c));
-      if (w.cls == jet::CharClass::kPlain && w.code > 1 && w.code < 256) t[c] = static_cast<int>(w.code);
+      if (w.cls != jet::CharClass::kPlain) continue;
+      std::vector<uint8_t> b;
+      jet::appendCode(b, w.code);
+      // Key bytes below 2 could be mistaken for the end of the main part.
+      if (b.empty() || b.size() > 4 || *std::min_element(b.begin(), b.end()) < 2) continue;
+      t[c].size = static_cast<uint8_t>(b.size());
+      std::copy(b.begin(), b.end(), t[c].bytes);
     }
     return t;
   }();
@@ -94,23 +105,42 @@ bool plainCoded(std::string_view s) {
   const auto& codes = plainCodes();
   for (char c : s) {
     auto u = static_cast<unsigned char>(c);
-    if (u >= 128 || codes[u] < 0) return false;
+    if (u >= 128 || codes[u].size == 0) return false;
   }
   return true;
 }
+
+// Walks the main part of a plain text's key byte by byte.
+class KeyBytes {
+ public:
+  explicit KeyBytes(std::string_view s) : s_(s) {}
+  // The next byte, or -1 at the end of the main part.
+  int next() {
+    while (i_ < s_.size()) {
+      const PlainCode& p = plainCodes()[static_cast<unsigned char>(s_[i_])];
+      if (k_ < p.size) return p.bytes[k_++];
+      ++i_, k_ = 0;
+    }
+    return -1;
+  }
+
+ private:
+  std::string_view s_;
+  size_t i_ = 0, k_ = 0;
+};
 
 }  // namespace
 
 int compareText(std::string_view a, std::string_view b) {
   if (plainCoded(a) && plainCoded(b)) {
-    const auto& codes = plainCodes();
-    size_t n = std::min(a.size(), b.size());
-    for (size_t i = 0; i < n; ++i) {
-      int x = codes[static_cast<unsigned char>(a[i])], y = codes[static_cast<unsigned char>(b[i])];
-      if (x != y) return x < y ? -1 : 1;
+    // The main parts decide; where one ends first, its key goes on with a
+    // byte below every code byte.
+    KeyBytes x(a), y(b);
+    while (true) {
+      int p = x.next(), q = y.next();
+      if (p != q) return p < q ? -1 : 1;
+      if (p < 0) return 0;
     }
-    // The key of the shorter ends where the other's goes on with a code.
-    return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
   }
   std::vector<uint8_t> ka = textSortKey(a), kb = textSortKey(b);
   return ka < kb ? -1 : ka > kb ? 1 : 0;

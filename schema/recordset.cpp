@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <optional>
+#include <unordered_set>
 
+#include "jet/error.h"
+#include "jet/index_key.h"
 #include "jet/row_codec.h"
 #include "schema/collation.h"
 #include "schema/database_core.h"
@@ -10,6 +13,15 @@
 
 namespace schema {
 namespace {
+
+void conjuncts(const Expr& e, std::vector<const Expr*>& out) {
+  if (e.kind == Expr::Kind::kAnd) {
+    conjuncts(*e.left, out);
+    conjuncts(*e.right, out);
+  } else {
+    out.push_back(&e);
+  }
+}
 
 FieldKind kindOf(const jet::ColumnDef& c) {
   switch (c.type) {
@@ -433,6 +445,46 @@ void Recordset::findNext(std::string_view criteria) { find(criteria, true, false
 void Recordset::findPrevious(std::string_view criteria) { find(criteria, false, false); }
 void Recordset::findLast(std::string_view criteria) { find(criteria, false, true); }
 
+// The rows a criterion can match at all, where one of its conjuncts is
+// "column = value" on a column with an index of its own: the index gives
+// them without reading the table. nullopt where no such conjunct exists.
+std::optional<std::unordered_set<uint32_t>> Recordset::indexedCandidates(const Expr& cond) const {
+  if (snapshot_ || sources_.size() != 1) return std::nullopt;
+  detail::DatabaseCore& c = core();
+  const jet::TableDef& t = *sources_[0].table;
+  std::vector<const Expr*> parts;
+  conjuncts(cond, parts);
+  for (const Expr* p : parts) {
+    if (p->kind != Expr::Kind::kCompare || p->op != CompareOp::kEqual) continue;
+    const Expr* field = p->left.get();
+    const Expr* literal = p->right.get();
+    if (field->kind != Expr::Kind::kField) std::swap(field, literal);
+    if (field->kind != Expr::Kind::kField || literal->kind != Expr::Kind::kLiteral ||
+        jet::isNull(literal->value))
+      continue;
+    if (!field->table.empty() && !sameName(field->table, t.name) &&
+        !sameName(field->table, sources_[0].alias))
+      continue;
+    const jet::ColumnDef* col = t.findColumn(field->name);
+    if (!col) continue;
+    const size_t at = static_cast<size_t>(col - t.columns.data());
+    for (const jet::RealIndex& ri : t.realIndexes) {
+      if (ri.columns.size() != 1 || ri.columns[0].column != at) continue;
+      try {
+        std::vector<jet::Value> row(t.columns.size());
+        row[at] = jet::coerceValue(c.db->format(), *col, literal->value);
+        std::vector<uint8_t> key = jet::encodeIndexKey(c.db->format(), t, ri, row);
+        std::unordered_set<uint32_t> ids;
+        for (jet::RowId id : c.db->indexLookup(t, ri, key)) ids.insert(id.pack());
+        return ids;
+      } catch (const jet::JetError&) {
+        // A value the column cannot hold: the plain search reports it.
+      }
+    }
+  }
+  return std::nullopt;
+}
+
 void Recordset::find(std::string_view criteria, bool forward, bool fromEnd) {
   guard(sources::kRecordset, [&] {
     ExprPtr cond = parseCriteria(criteria);
@@ -454,7 +506,10 @@ void Recordset::find(std::string_view criteria, bool forward, bool fromEnd) {
     } else {
       i = std::min(pos_ - 1, n - 1);
     }
+    // An equality on an indexed column narrows the rows to look at.
+    std::optional<std::unordered_set<uint32_t>> candidates = indexedCandidates(*cond);
     for (; i >= 0 && i < n; i += forward ? 1 : -1) {
+      if (candidates && !candidates->count(members_[static_cast<size_t>(i)].id.pack())) continue;
       if (!snapshot_ && !tableRow(static_cast<size_t>(i))) continue;  // deleted elsewhere
       row.row = &memberValues(static_cast<size_t>(i));
       if (eval.matches(*cond)) {

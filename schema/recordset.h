@@ -25,8 +25,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "jet/table_def.h"
@@ -117,6 +119,7 @@ class Recordset {
   };
 
   void openQuery(std::weak_ptr<detail::DatabaseCore> core, std::string_view sql);
+  std::optional<std::unordered_set<uint32_t>> indexedCandidates(const Expr& cond) const;
   detail::DatabaseCore& core() const;
   template <typename F>
   auto guard(const char* source, F&& f) const -> decltype(f());

@@ -237,7 +237,7 @@ TEST(Collation, ShortcutForPlainTextOrdersAsTheFullKeysDo) {
   // must order every such pair exactly as the keys would.
   std::vector<std::string> texts = {""};
   for (int c = 32; c < 127; ++c) texts.push_back(std::string(1, static_cast<char>(c)));
-  for (const char* s : {"ab", "aB", "a b", "a-b", "a'b", "a_b", "a.b", "A1", "a10", "a9", "map12.dgn",
+  for (const char* s : {"ab", "aB", "a b", "a-b", "a'b", "a_b", "a.b", "A1", "a10", "a9", "map12.dgn", "a_", "a__", "_a", "sheet_00012_345.dgn",
                         "MAP12.DGN", "map1.dgn", "map_1.dgn", "Zz", "zZ ", "~x", "{x"})
     texts.push_back(s);
   auto sign = [](int v) { return (v > 0) - (v < 0); };

@@ -297,3 +297,49 @@ TEST_F(RecordsetTest, CorpusFilesReadAsTheEngineReadsThem) {
 }
 
 }  // namespace
+
+TEST_F(RecordsetTest, FindFirstThroughAnIndexFindsWhatAScanFinds) {
+  // "dirId = N" goes through the Maps index on dirId; "NOT (dirId <> N)"
+  // reads every row. Both must land on the same row, also after rows were
+  // moved to other folders, added through the recordset and deleted.
+  std::vector<int32_t> dirs;
+  for (int d = 0; d < 4; ++d) dirs.push_back(addDirectory("/data/d" + std::to_string(d)));
+  Recordset maps = db_.openRecordset("Select * from [Maps]");
+  for (int i = 0; i < 60; ++i) {
+    maps.addNew();
+    maps.setField("Name", "m" + std::to_string(i) + ".dgn");
+    maps.setField("dirId", dirs[static_cast<size_t>(i * 7 % 4)]);
+    maps.update();
+  }
+  Recordset other = db_.openRecordset("Select * from [Maps]");
+  auto agree = [&](Recordset& rs) {
+    for (int32_t d : dirs) {
+      for (const std::string& extra : {std::string(), std::string(" and Name = 'M13.DGN'")}) {
+        std::string n = std::to_string(d);
+        rs.findFirst("dirId = " + n + extra);
+        bool indexedMiss = rs.noMatch();
+        auto indexed = indexedMiss ? jet::Value() : rs.field("mapId");
+        rs.findFirst("NOT (dirId <> " + n + ")" + extra);
+        ASSERT_EQ(rs.noMatch(), indexedMiss) << d << extra;
+        if (!indexedMiss) EXPECT_EQ(rs.field("mapId"), indexed) << d << extra;
+      }
+    }
+  };
+  agree(other);
+  // Move some rows to another folder and delete others through `maps`.
+  maps.moveFirst();
+  for (int i = 0; !maps.eof(); ++i) {
+    if (i % 5 == 0) {
+      maps.edit();
+      maps.setField("dirId", dirs[0]);
+      maps.update();
+    } else if (i % 7 == 0) {
+      maps.deleteRecord();
+    }
+    maps.moveNext();
+  }
+  agree(other);
+  agree(maps);
+  // A value the column cannot hold is reported as the plain search would.
+  expectError([&] { other.findFirst("dirId = 'x'"); }, 3464);
+}
