@@ -56,15 +56,20 @@ void DocumentLifecycle::startUp(const QString& commandLine,
   // A new document has no file of its own until its first save.
   const bool isNew = choice.kind != DocumentKind::Existing;
   if (!openFrom(choice.path, isNew ? QString() : choice.path)) return;
-  kind_ = choice.kind;
+  showOpened(choice.kind);
+}
+
+bool DocumentLifecycle::showOpened(DocumentKind kind) {
+  kind_ = kind;
   try {
     host_.openStep(database_);
   } catch (const schema::EngineError& e) {
     host_.reportError(e.number(), describe(e));
-    return;
+    return false;
   }
   host_.setCloseEnabled(true);
   setCaption(captionFor(kind_, documentPath_));
+  return true;
 }
 
 CloseOutcome DocumentLifecycle::close() {
@@ -145,16 +150,7 @@ void DocumentLifecycle::newDocument(const std::function<DocumentChoice()>& showN
   const DocumentChoice choice = showNewFile();
   if (choice.path.isEmpty()) return;
   if (!openFrom(choice.path, QString())) return;
-  kind_ = choice.kind;
-  try {
-    host_.openStep(database_);
-  } catch (const schema::EngineError& e) {
-    host_.reportError(e.number(), describe(e));
-    return;
-  }
-  host_.setCloseEnabled(true);
-  setCaption(captionFor(kind_, documentPath_));
-  host_.enablingStep();
+  if (showOpened(choice.kind)) host_.enablingStep();
 }
 
 void DocumentLifecycle::openDocument() {

@@ -131,6 +131,9 @@ class DocumentLifecycle {
 
  private:
   bool openFrom(const QString& source, const QString& documentPath);
+  // The window's open step and caption for a database just opened; false
+  // (the error reported) when the window could not take it.
+  bool showOpened(DocumentKind kind);
   void openDatabase();
   CloseOutcome closeFailed(QString description);
   void deleteWorkingCopy();

@@ -87,7 +87,7 @@ class Checker {
             ", rows leave " + std::to_string(expect));
   }
 
-  std::set<uint32_t> mapPages(uint32_t packed, const std::string& what) {
+  std::set<uint32_t> mapPages(uint32_t packed) {
     if (packed == 0) return {};  // no map kept
     RowId at = RowId::unpack(packed);
     used_.insert(at.page);
@@ -103,15 +103,14 @@ class Checker {
       for (uint32_t p = start + 1; p + 4 <= end; p += 4)
         if (uint32_t m = u32le(&pg[p])) used_.insert(m);
     }
-    (void)what;
     return {pages.begin(), pages.end()};
   }
 
   void checkTable(const TableDef& t, bool user) {
     const std::string name = "table '" + t.name + "'";
     for (uint32_t p : t.pages) used_.insert(p);
-    std::set<uint32_t> owned = mapPages(t.ownedPages, name);
-    std::set<uint32_t> withSpace = mapPages(t.freeSpacePages, name);
+    std::set<uint32_t> owned = mapPages(t.ownedPages);
+    std::set<uint32_t> withSpace = mapPages(t.freeSpacePages);
     const std::set<uint32_t>& actual = dataPagesOf_[t.tdefPage];
     for (uint32_t p : owned)
       if (!actual.count(p))
@@ -127,8 +126,8 @@ class Checker {
       if (!owned.count(p))
         fault(name + ": free-space map lists page " + std::to_string(p) + ", which it does not own");
     for (const ColumnUsageMaps& m : t.columnMaps) {
-      for (uint32_t p : mapPages(m.ownedPages, name)) used_.insert(p);
-      mapPages(m.freeSpacePages, name);
+      for (uint32_t p : mapPages(m.ownedPages)) used_.insert(p);
+      mapPages(m.freeSpacePages);
     }
 
     std::map<RowId, std::vector<Value>> rows;
@@ -191,7 +190,7 @@ class Checker {
                   const std::map<RowId, std::vector<Value>>& rows) {
     const std::string name =
         "table '" + t.name + "' index " + std::to_string(ri.number) + indexName(t, ri);
-    std::set<uint32_t> owned = mapPages(ri.usageMap, name);
+    std::set<uint32_t> owned = mapPages(ri.usageMap);
     std::set<uint32_t> tree;
     std::vector<IndexPage> leaves;
     std::function<void(uint32_t, int)> visit = [&](uint32_t n, int depth) {
