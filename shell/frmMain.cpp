@@ -1,4 +1,4 @@
-#include "frmMain.h"
+#include "shell/frmMain.h"
 
 #include "ui_frmMain.h"
 
