@@ -1,6 +1,7 @@
 #include "document/document_files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QFile>
@@ -80,6 +81,14 @@ int numberForErrno(int e, bool isSource) {
 
 QByteArray native(const QString& path) { return QFile::encodeName(path); }
 
+// The process's file-creation mask; reading it means setting it, so it is
+// put straight back.
+mode_t currentUmask() {
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return mask;
+}
+
 }  // namespace
 
 FileError::FileError(int number, const QString& description)
@@ -107,22 +116,20 @@ QString lockFilePath(const QString& workingCopy) {
   return workingCopy.chopped(qMin<qsizetype>(3, workingCopy.size())) + QStringLiteral("ldb");
 }
 
-void copyFile(const QString& source, const QString& destination) {
-  if (source.isEmpty() || destination.isEmpty()) fail(52);
-  Fd in(::open(native(source).constData(), O_RDONLY | O_CLOEXEC));
-  if (in.get() < 0) fail(numberForErrno(errno, true));
-  Fd out(::open(native(destination).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-  if (out.get() < 0) fail(numberForErrno(errno, false));
+namespace {
+
+// Copies everything readable from `in` into `out` and syncs it.
+void copyContents(int in, int out) {
   char buffer[1 << 16];
   for (;;) {
-    const ssize_t got = ::read(in.get(), buffer, sizeof buffer);
+    const ssize_t got = ::read(in, buffer, sizeof buffer);
     if (got < 0) {
       if (errno == EINTR) continue;
       fail(numberForErrno(errno, true));
     }
     if (got == 0) break;
     for (ssize_t done = 0; done < got;) {
-      const ssize_t put = ::write(out.get(), buffer + done, static_cast<size_t>(got - done));
+      const ssize_t put = ::write(out, buffer + done, static_cast<size_t>(got - done));
       if (put < 0) {
         if (errno == EINTR) continue;
         fail(numberForErrno(errno, false));
@@ -131,8 +138,62 @@ void copyFile(const QString& source, const QString& destination) {
     }
   }
   // A full disk may only show when the data is written out.
-  if (::fsync(out.get()) != 0 && errno != EINVAL) fail(numberForErrno(errno, false));
+  if (::fsync(out) != 0 && errno != EINVAL) fail(numberForErrno(errno, false));
+}
+
+}  // namespace
+
+void copyFile(const QString& source, const QString& destination) {
+  if (source.isEmpty() || destination.isEmpty()) fail(52);
+  Fd in(::open(native(source).constData(), O_RDONLY | O_CLOEXEC));
+  if (in.get() < 0) fail(numberForErrno(errno, true));
+  Fd out(::open(native(destination).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (out.get() < 0) fail(numberForErrno(errno, false));
+  copyContents(in.get(), out.get());
   if (!out.release()) fail(numberForErrno(errno, false));
+}
+
+void replaceFile(const QString& source, const QString& destination) {
+  if (source.isEmpty() || destination.isEmpty()) fail(52);
+  // Through a link the file it points at is replaced; the link stays.
+  const QFileInfo link(destination);
+  const QString target = link.isSymLink() ? link.symLinkTarget() : destination;
+  const QByteArray targetName = native(target);
+
+  struct stat existing {};
+  const bool exists = ::stat(targetName.constData(), &existing) == 0;
+  if (exists && S_ISDIR(existing.st_mode)) fail(75);
+  // A document the user may not write stays as it is, even where the
+  // folder would let it be replaced.
+  if (exists && ::access(targetName.constData(), W_OK) != 0) fail(numberForErrno(errno, false));
+
+  Fd in(::open(native(source).constData(), O_RDONLY | O_CLOEXEC));
+  if (in.get() < 0) fail(numberForErrno(errno, true));
+
+  const QFileInfo info(target);
+  QByteArray pattern = native(info.absolutePath() + QStringLiteral("/.") + info.fileName() +
+                              QStringLiteral(".XXXXXX"));
+  Fd out(::mkostemp(pattern.data(), O_CLOEXEC));
+  if (out.get() < 0) fail(numberForErrno(errno, false));
+  // Until the rename the new content is only a hidden file beside the
+  // document; whatever fails on the way, the document is untouched.
+  struct Discard {
+    QByteArray name;
+    bool keep = false;
+    ~Discard() {
+      if (!keep) ::unlink(name.constData());
+    }
+  } partial{pattern};
+
+  ::fchmod(out.get(), exists ? (existing.st_mode & 07777) : 0666 & ~currentUmask());
+  copyContents(in.get(), out.get());
+  if (!out.release()) fail(numberForErrno(errno, false));
+  if (::rename(pattern.constData(), targetName.constData()) != 0)
+    fail(numberForErrno(errno, false));
+  partial.keep = true;
+  // The rename itself is only durable once the folder is synced.
+  Fd folder(::open(native(info.absolutePath()).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder.get() >= 0) ::fsync(folder.get());
 }
 
 void removeIfExists(const QString& path) {

@@ -30,11 +30,20 @@ QString createWorkingCopy(const QString& folder);
 // The working copy's name with its last three characters replaced by "ldb".
 QString lockFilePath(const QString& workingCopy);
 
-// Copies source over destination, which is overwritten in place when it
-// exists. FileError 52 for an empty name, 53 when the source is missing, 76
-// when the destination's folder is, 70 when either may not be used, 61 when
-// the disk is full, 75 otherwise.
+// Copies source to destination, overwritten in place when it exists: for
+// files of the program's own, such as a fresh working copy. FileError 52
+// for an empty name, 53 when the source is missing, 76 when the
+// destination's folder is, 70 when either may not be used, 61 when the disk
+// is full, 75 otherwise.
 void copyFile(const QString& source, const QString& destination);
+
+// Saves source as destination without ever leaving a half-written
+// destination: the copy goes to a hidden file beside it, is synced and then
+// renamed over it. An existing destination keeps its permissions; through a
+// symbolic link the file linked to is replaced. A destination the user may
+// not write is refused with 70 even where its folder is writable, and a
+// folder in its place with 75. The same numbers as copyFile otherwise.
+void replaceFile(const QString& source, const QString& destination);
 
 // Deletes the file if it exists; a file that cannot be deleted is left.
 void removeIfExists(const QString& path);

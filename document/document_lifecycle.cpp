@@ -92,7 +92,7 @@ CloseOutcome DocumentLifecycle::close() {
     }
     if (save) {
       DocumentSettings::setRecentFile(documentPath_);
-      copyFile(workingCopy_, documentPath_);
+      replaceFile(workingCopy_, documentPath_);
     }
   } catch (const FileError& e) {
     return closeFailed(e.description());
@@ -125,7 +125,7 @@ CloseOutcome DocumentLifecycle::closeFailed(QString description) {
     const QString name = prompter_.saveFile(saveDialogRequest());
     if (!name.isEmpty()) {
       try {
-        copyFile(workingCopy_, name);
+        replaceFile(workingCopy_, name);
       } catch (const FileError& e) {
         // The other name failed too: the same question again.
         description = e.description();
@@ -161,7 +161,6 @@ void DocumentLifecycle::openDocument() {
   if (name.isEmpty()) return;
   if (!openFrom(name, name)) return;
   kind_ = DocumentKind::Existing;
-  // This road leaves the caption as the close set it.
   host_.setCloseEnabled(true);
   try {
     host_.openStep(database_);
@@ -169,6 +168,9 @@ void DocumentLifecycle::openDocument() {
     host_.reportError(e.number(), describe(e));
     return;
   }
+  // An open document always names its file in the caption, whichever road
+  // opened it.
+  setCaption(captionFor(kind_, documentPath_));
   DocumentSettings::setRecentFile(name);
 }
 

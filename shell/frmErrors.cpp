@@ -1,14 +1,20 @@
 #include "shell/frmErrors.h"
 
-#include <QKeyEvent>
-
+#include "shell/help.h"
+#include "shell/qt_prompter.h"
 #include "ui_frmErrors.h"
 
 namespace shell {
 
-frmErrors::frmErrors(QWidget* parent) : QDialog(parent), ui_(std::make_unique<Ui::frmErrors>()) {
+frmErrors::frmErrors(QWidget* parent, document::Prompter* prompter)
+    : QDialog(parent), ui_(std::make_unique<Ui::frmErrors>()) {
   ui_->setupUi(this);
   connect(ui_->cmdClose, &QPushButton::clicked, this, &QDialog::accept);
+  if (!prompter) {
+    ownPrompter_ = std::make_unique<QtPrompter>(this);
+    prompter = ownPrompter_.get();
+  }
+  installHelpKey(this, *prompter);
 }
 
 frmErrors::~frmErrors() = default;
@@ -22,15 +28,6 @@ QString frmErrors::errorLine(const schema::ErrorRecord& record) {
 void frmErrors::setErrors(const schema::ErrorList& records) {
   ui_->lstErrors->clear();
   for (const schema::ErrorRecord& record : records) ui_->lstErrors->addItem(errorLine(record));
-}
-
-void frmErrors::keyPressEvent(QKeyEvent* event) {
-  if (event->key() == Qt::Key_F1) {
-    emit helpRequested();
-    event->accept();
-    return;
-  }
-  QDialog::keyPressEvent(event);
 }
 
 }  // namespace shell

@@ -1,21 +1,124 @@
-// The main window: menus and the four tabs, all disabled while no document is open.
-// Opening, saving and the tabs' contents are not wired in yet.
+// frmMain: the one main window. It owns the open document (through the
+// DocumentLifecycle), the document's six shared recordsets, its scanner
+// settings and current drawing scanner class, and wires them to the menus
+// and the four tabs. The tabs' own behaviour lives with their features; this
+// class only opens, fills, enables, empties and closes.
+//
+// Promises: every menu and button handler traps its errors and hands them
+// to the common error report, so nothing escapes into the event loop; the
+// pointer is restored on every path; with no document open every tab and
+// every control on them is disabled.
 #pragma once
 
 #include <QMainWindow>
+#include <QString>
+#include <array>
+#include <exception>
+#include <functional>
 #include <memory>
+#include <string_view>
+
+#include "document/document_lifecycle.h"
+#include "document/prompter.h"
+#include "linkage/parameters_table.h"
+#include "linkage/scanner_options.h"
+#include "schema/recordset.h"
 
 namespace Ui {
 class frmMain;
 }
 
-class frmMain : public QMainWindow {
+namespace shell {
+class QtPrompter;
+}
+
+// What the window is given from outside; every field has a working
+// default, tests replace the ones they watch.
+struct MainWindowOptions {
+  document::Prompter* prompter = nullptr;  // null: message boxes and file dialogs
+  QString programPath;                     // empty: the running program (finds the templates)
+  QString tempFolder;                      // empty: the system's temporary folder
+  QString commandLine;                     // the document to open at start-up, as given
+  // The start-up and File, New dialogs; empty: frmIntro and frmNewFile.
+  std::function<document::DocumentChoice()> showIntro;
+  std::function<document::DocumentChoice()> showNewFile;
+  // Help, About; empty: the About box.
+  std::function<void()> showAbout;
+};
+
+class frmMain : public QMainWindow, private document::DocumentHost {
   Q_OBJECT
 
  public:
-  explicit frmMain(QWidget* parent = nullptr);
+  using Options = MainWindowOptions;
+
+  // The shared recordsets, "Select * from [table]" each, opened in this
+  // order when a document opens and closed when it closes.
+  static constexpr std::array<std::string_view, 6> kSharedTables = {
+      "GraphicAttributes",     "FeatureDefAttr", "Features", "Maps",
+      "CoordinateSystemFiles", "Directories"};
+
+  explicit frmMain(Options options = {}, QWidget* parent = nullptr);
   ~frmMain() override;
 
+  document::DocumentLifecycle& lifecycle() { return *lifecycle_; }
+  document::Prompter& prompter() { return *prompter_; }
+  // One of kSharedTables' recordsets; closed while no document is open.
+  schema::Recordset& sharedRecordset(std::string_view table);
+  const linkage::ScannerOptions& scannerOptions() const { return scanner_; }
+  // The document's current drawing scanner class ("" with none open).
+  const std::string& drawingScannerClass() const { return scanner_.drawingScannerClass(); }
+
+  // The start-up: the first time the window is shown it opens the command
+  // line's document or asks frmIntro. Later calls do nothing.
+  void firstActivation();
+  // Closes and reopens the six recordsets, so they see rows written
+  // elsewhere (after the Feature Definition Wizard).
+  void requery();
+
+ protected:
+  void showEvent(QShowEvent* event) override;
+  void closeEvent(QCloseEvent* event) override;
+
  private:
+  // DocumentHost: what the lifecycle asks of the window.
+  void openStep(schema::SchemaDatabase& database) override;
+  void closeStep(schema::SchemaDatabase& database) override;
+  void clearStep() override;
+  void enablingStep() override;
+  void setCloseEnabled(bool enabled) override;
+  void setCaption(const QString& caption) override;
+  void setBusy(bool busy) override;
+  void reportError(int32_t number, const QString& description) override;
+
+  // Runs a handler under the error trap of every event handler.
+  void trap(const std::function<void()>& handler);
+  void report(const std::exception& error);
+
+  void openSharedRecordsets(schema::SchemaDatabase& database);
+  void closeSharedRecordsets();
+  void fillFolderList();
+  void fillFeatureList();
+  void fillScannerOptions();
+  void readScannerOptions();
+  void browseScannerIniFile();
+  void setDocumentControlsEnabled(bool open);
+  void writeWindowPlacement();
+
+  document::DocumentChoice runIntro();
+  document::DocumentChoice runNewFile();
+  void runAbout();
+  void showHelp();
+
   std::unique_ptr<Ui::frmMain> ui_;
+  std::unique_ptr<shell::QtPrompter> ownPrompter_;
+  document::Prompter* prompter_;
+  Options options_;
+  // Before the recordsets: it outlives them, so they are closed before the
+  // database they read from.
+  std::unique_ptr<document::DocumentLifecycle> lifecycle_;
+  std::array<schema::Recordset, kSharedTables.size()> shared_;
+  linkage::ParametersTable parameters_;
+  linkage::ScannerOptions scanner_;
+  bool activated_ = false;
 };

@@ -97,6 +97,65 @@ class DocumentFilesTest : public QObject {
     QCOMPARE(readAll(from), QByteArray("data"));
   }
 
+  void replacingADocumentNeverLeavesItHalfWritten() {
+    QTemporaryDir dir;
+    const QString source = dir.filePath("work.tmp");
+    const QString document = dir.filePath("plan.csd");
+    write(source, QByteArray(200000, 'n'));
+    write(document, "old contents");
+    QVERIFY(
+        QFile::setPermissions(document, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup));
+    replaceFile(source, document);
+    QCOMPARE(readAll(document), QByteArray(200000, 'n'));
+    // The document keeps its permissions, and nothing is left beside it.
+    QCOMPARE(QFileInfo(document).permissions() & 0x7077,  // owner, group, others
+             QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
+    QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden),
+             (QStringList{"plan.csd", "work.tmp"}));
+
+    // Through a link: the linked file gets the new contents, the link stays.
+    const QString real = dir.filePath("real.csd");
+    const QString link = dir.filePath("link.csd");
+    write(real, "linked");
+    QVERIFY(QFile::link(real, link));
+    replaceFile(source, link);
+    QVERIFY(QFileInfo(link).isSymLink());
+    QCOMPARE(readAll(real), QByteArray(200000, 'n'));
+
+    // A new name is simply created.
+    replaceFile(source, dir.filePath("fresh.csd"));
+    QCOMPARE(readAll(dir.filePath("fresh.csd")), QByteArray(200000, 'n'));
+  }
+
+  void failedReplaceLeavesTheDocumentAndNoLeftovers() {
+    QTemporaryDir dir;
+    const QString document = dir.filePath("plan.csd");
+    write(document, "keep me");
+    const auto replaceError = [](const QString& from, const QString& to) {
+      try {
+        replaceFile(from, to);
+      } catch (const FileError& e) {
+        return e.number();
+      }
+      return 0;
+    };
+    QCOMPARE(replaceError(dir.filePath("missing.tmp"), document), 53);
+    QCOMPARE(replaceError(QString(), document), 52);
+    // A folder where the document should be.
+    QVERIFY(QDir(dir.path()).mkdir("taken.csd"));
+    write(dir.filePath("work.tmp"), "new");
+    QCOMPARE(replaceError(dir.filePath("work.tmp"), dir.filePath("taken.csd")), 75);
+    QVERIFY(QFileInfo(dir.filePath("taken.csd")).isDir());
+    // A folder that is not there.
+    QCOMPARE(replaceError(dir.filePath("work.tmp"), dir.filePath("gone/plan.csd")), 76);
+    // A source that cannot be read part-way (a folder reads as an error):
+    // the temporary copy is removed and the document is untouched.
+    QCOMPARE(replaceError(dir.path(), document), 75);
+    QCOMPARE(readAll(document), QByteArray("keep me"));
+    QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden),
+             (QStringList{"plan.csd", "work.tmp"}));
+  }
+
   void templateFolderIsBesideTheProgramsFolder() {
     QCOMPARE(templateFolderFor("/opt/vantor/bin/vantor"),
              QStringLiteral("/opt/vantor/Templates/Warehouses"));

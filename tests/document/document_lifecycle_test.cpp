@@ -168,11 +168,12 @@ class DocumentLifecycleTest : public QObject {
     expectWorkingFilesPresent();
     QCOMPARE(bytes(a), before);  // edits go to the working copy only
     QCOMPARE(recentFile(), a);   // written as soon as the file is opened
-    // Close with nothing open first, then the dialog; this road leaves the
-    // caption as that close set it.
+    // Close with nothing open first, then the dialog; the caption names
+    // the file once it is open.
     QCOMPARE(host_->log, (QStringList{"close off", "caption CAD Server Definition", "clear",
-                                      "close on", "open " + life_->workingCopyPath()}));
-    QCOMPARE(life_->caption(), QStringLiteral("CAD Server Definition"));
+                                      "close on", "open " + life_->workingCopyPath(),
+                                      "caption CAD Server Definition - " + a}));
+    QCOMPARE(life_->caption(), "CAD Server Definition - " + a);
     const auto& dialog = prompter_->shown().at(0);
     QCOMPARE(dialog.kind, ScriptedPrompter::Kind::OpenFile);
     QCOMPARE(dialog.title, QStringLiteral("Select CAD schema file"));

@@ -3,6 +3,7 @@
 // and the errors the forms rely on.
 #include "schema/recordset.h"
 
+#include "schema/list_entries.h"
 #include "schema/schema_database.h"
 #include "schema_fixture.h"
 
@@ -230,6 +231,35 @@ TEST_F(RecordsetTest, KeyPast32767OverflowsInTheForms) {
     EXPECT_FALSE(e.fromEngine());
   }
   EXPECT_EQ(db_.errors(), before) << "the program's own error is no engine error";
+}
+
+TEST_F(RecordsetTest, ListEntriesFollowTheRowsAndRefuseWideKeys) {
+  Recordset empty = db_.openRecordset("select * from Directories");
+  EXPECT_TRUE(listEntries(empty, "Path", "dirId").empty());
+
+  const int32_t a = addDirectory("/maps/a");
+  const int32_t b = addDirectory("/maps/b");
+  {
+    Recordset rs = db_.openRecordset("select * from Directories");
+    rs.addNew();  // a folder row without a path shows as an empty entry
+    const int32_t c = std::get<int32_t>(rs.field("dirId"));
+    rs.update();
+    const std::vector<ListEntry> entries = listEntries(rs, "path", "DIRID");
+    ASSERT_EQ(entries.size(), 3u);
+    EXPECT_EQ(entries[0], (ListEntry{"/maps/a", static_cast<int16_t>(a)}));
+    EXPECT_EQ(entries[1], (ListEntry{"/maps/b", static_cast<int16_t>(b)}));
+    EXPECT_EQ(entries[2], (ListEntry{"", static_cast<int16_t>(c)}));
+    EXPECT_TRUE(rs.eof());
+  }
+  db_.close();
+  {
+    auto db = jet::Database::openFile(path_, true);
+    db->insertRow(db->table("Directories"), {40000, std::string("/far")});
+    db->flush();
+  }
+  db_.open(path_);
+  Recordset rs = db_.openRecordset("select * from Directories");
+  expectError([&] { listEntries(rs, "Path", "dirId"); }, err::kOverflow);
 }
 
 TEST_F(RecordsetTest, DistinctAndJoinAreReadOnly) {

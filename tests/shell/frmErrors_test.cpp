@@ -1,10 +1,16 @@
 // The error list dialog: its controls, one line per record in the engine's
-// order, a fresh list on each fill, and Close closing it.
+// order, a fresh list on each fill, Close closing it and F1 opening help.
+#include "shell/frmErrors.h"
+
+#include <QDir>
+#include <QFile>
 #include <QListWidget>
 #include <QPushButton>
+#include <QTemporaryDir>
 #include <QtTest>
 
-#include "shell/frmErrors.h"
+#include "document/scripted_prompter.h"
+#include "shell/help.h"
 
 using namespace shell;
 
@@ -56,13 +62,55 @@ class FrmErrorsTest : public QObject {
     QCOMPARE(dialog.result(), int(QDialog::Accepted));
   }
 
-  void f1AsksForHelp() {
-    frmErrors dialog;
+  // F1 on the list opens the help for the dialog, and a help folder that
+  // cannot be named is reported through the prompter the dialog was given.
+  void f1OpensHelp() {
+    QTemporaryDir programDir;
+    QVERIFY(QDir().mkpath(programDir.path() + QStringLiteral("/resdlls/0009")));
+    QFile help(programDir.path() + QStringLiteral("/resdlls/0009/Vantor.HLP"));
+    QVERIFY(help.open(QIODevice::WriteOnly));
+    help.close();
+
+    struct Call {
+      QWidget* parent;
+      QString file;
+      int context;
+    };
+    QList<Call> calls;
+    uint32_t locale = 1033;
+    // The defaults come back however the test ends.
+    struct Restore {
+      HelpOpener opener;
+      HelpLookupSource source;
+      ~Restore() {
+        setHelpOpener(opener);
+        setHelpLookupSource(source);
+      }
+    } restore{setHelpOpener([&calls](QWidget* parent, const QString& file, int context) {
+                calls.append({parent, file, context});
+              }),
+              setHelpLookupSource([&] {
+                return HelpLookup{programDir.path(), locale};
+              })};
+
+    document::ScriptedPrompter prompter;
+    frmErrors dialog(nullptr, &prompter);
+    dialog.setErrors({{3022, "DAO.Recordset", "Duplicate."}});
     dialog.show();
-    QSignalSpy help(&dialog, &frmErrors::helpRequested);
-    QTest::keyClick(&dialog, Qt::Key_F1);
-    QCOMPARE(help.count(), 1);
+    QVERIFY(QTest::qWaitForWindowActive(&dialog));
+    auto* list = dialog.findChild<QListWidget*>(QStringLiteral("lstErrors"));
+    list->setFocus();
+    QTest::keyClick(list, Qt::Key_F1);
+    QCOMPARE(calls.size(), 1);
+    QCOMPARE(calls[0].parent, &dialog);
+    QCOMPARE(calls[0].file, help.fileName());
+    QCOMPARE(calls[0].context, 131);
     QVERIFY(dialog.isVisible());
+
+    locale = 3082;
+    QTest::keyClick(list, Qt::Key_F1);
+    QCOMPARE(calls.size(), 1);
+    QCOMPARE(prompter.messages(), QStringList{QStringLiteral("Type mismatch")});
   }
 
   // With VANTOR_SCREENSHOT set, the filled dialog is saved there to be looked at.
@@ -74,8 +122,9 @@ class FrmErrorsTest : public QObject {
         {{3022, "DAO.Recordset",
           "The changes you requested to the table were not successful because they would "
           "create duplicate values in the index, primary key, or relationship."},
-         {3078, "DAO.Database", "The Microsoft Jet database engine cannot find the input table "
-                                "or query 'Mpas'."}});
+         {3078, "DAO.Database",
+          "The Microsoft Jet database engine cannot find the input table "
+          "or query 'Mpas'."}});
     dialog.show();
     QVERIFY(dialog.grab().save(path));
   }

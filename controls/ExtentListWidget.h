@@ -1,0 +1,30 @@
+// ExtentListWidget: a list whose horizontal scroll range is set by its owner
+// instead of following the texts it currently holds. The chooser raises the
+// extent to the widest text it ever put into the list, so emptying the list
+// never takes that room away again.
+#pragma once
+
+#include <QListWidget>
+
+namespace controls {
+
+class ExtentListWidget : public QListWidget {
+  Q_OBJECT
+
+ public:
+  explicit ExtentListWidget(QWidget* parent = nullptr);
+
+  // The width in pixels the content may be scrolled across; whatever of it
+  // does not fit the viewport becomes the horizontal scroll range. 0, the
+  // start value, means no horizontal scrolling at all.
+  void setHorizontalExtent(int pixels);
+  int horizontalExtent() const { return extent_; }
+
+ protected:
+  void updateGeometries() override;
+
+ private:
+  int extent_ = 0;
+};
+
+}  // namespace controls

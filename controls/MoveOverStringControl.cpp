@@ -1,0 +1,248 @@
+#include "controls/MoveOverStringControl.h"
+
+#include <QApplication>
+#include <QFontMetrics>
+#include <QtDebug>
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+#include "controls/ExtentListWidget.h"
+#include "ui_MoveOverStringControl.h"
+
+namespace controls {
+
+namespace {
+
+// The busy pointer of one move. It is taken down before the error sink
+// runs, so a report shown from there has the normal pointer and the stack
+// of override cursors stays balanced.
+class BusyPointer {
+ public:
+  BusyPointer() { QApplication::setOverrideCursor(Qt::WaitCursor); }
+  ~BusyPointer() { restore(); }
+  BusyPointer(const BusyPointer&) = delete;
+  BusyPointer& operator=(const BusyPointer&) = delete;
+
+  void restore() {
+    if (!shown_) return;
+    shown_ = false;
+    QApplication::restoreOverrideCursor();
+  }
+
+ private:
+  bool shown_ = true;
+};
+
+// Runs a clean-up step when a move ends, whether it ran through or a
+// handler threw.
+template <typename F>
+class AtExit {
+ public:
+  explicit AtExit(F step) : step_(std::move(step)) {}
+  ~AtExit() { step_(); }
+  AtExit(const AtExit&) = delete;
+  AtExit& operator=(const AtExit&) = delete;
+
+ private:
+  F step_;
+};
+
+void logError(const std::exception& error) { qWarning("MoveOverStringControl: %s", error.what()); }
+
+}  // namespace
+
+MoveOverStringControl::MoveOverStringControl(QWidget* parent)
+    : QWidget(parent), ui_(std::make_unique<Ui::MoveOverStringControl>()), errorSink_(logError) {
+  ui_->setupUi(this);
+  connect(ui_->butSelect, &QPushButton::clicked, this,
+          [this] { trapped([this] { copyAcross(Scope::Highlighted); }); });
+  connect(ui_->butSelectAll, &QPushButton::clicked, this,
+          [this] { trapped([this] { copyAcross(Scope::Every); }); });
+  connect(ui_->butUnSelect, &QPushButton::clicked, this,
+          [this] { trapped([this] { removeHighlighted(); }); });
+  connect(ui_->butUnSelectAll, &QPushButton::clicked, this,
+          [this] { trapped([this] { removeAll(); }); });
+  // The first click of a double-click has already highlighted the entry
+  // alone, so the double-click moves just that one.
+  connect(ui_->AvailableList, &QListWidget::itemDoubleClicked, this,
+          [this] { trapped([this] { copyAcross(Scope::Highlighted); }); });
+  connect(ui_->SelectedList, &QListWidget::itemDoubleClicked, this,
+          [this] { trapped([this] { removeHighlighted(); }); });
+}
+
+MoveOverStringControl::~MoveOverStringControl() = default;
+
+QString MoveOverStringControl::LeftLabel() const { return ui_->lblLeftList->text(); }
+
+void MoveOverStringControl::setLeftLabel(const QString& caption) {
+  ui_->lblLeftList->setText(caption);
+}
+
+QString MoveOverStringControl::RightLabel() const { return ui_->lblRightList->text(); }
+
+void MoveOverStringControl::setRightLabel(const QString& caption) {
+  ui_->lblRightList->setText(caption);
+}
+
+namespace {
+QStringList stringsOf(const QListWidget* list) {
+  QStringList strings;
+  strings.reserve(list->count());
+  for (int i = 0; i < list->count(); ++i) strings << list->item(i)->text();
+  return strings;
+}
+}  // namespace
+
+QStringList MoveOverStringControl::AvailableStrings() const {
+  return stringsOf(ui_->AvailableList);
+}
+
+void MoveOverStringControl::setAvailableStrings(const QStringList& strings) {
+  ui_->AvailableList->clear();
+  fill(ui_->AvailableList, widestAvailable_, strings);
+}
+
+QStringList MoveOverStringControl::SelectedStrings() const { return stringsOf(ui_->SelectedList); }
+
+void MoveOverStringControl::setSelectedStrings(const QStringList* strings) {
+  if (!strings) {
+    // The extent is set all the same; it can only have grown.
+    ui_->SelectedList->setHorizontalExtent(widestSelected_ + padding());
+    return;
+  }
+  ui_->SelectedList->clear();
+  fill(ui_->SelectedList, widestSelected_, *strings);
+}
+
+void MoveOverStringControl::enabled(bool value) {
+  const std::array<QWidget*, 6> parts{ui_->AvailableList, ui_->SelectedList, ui_->butSelect,
+                                      ui_->butSelectAll,  ui_->butUnSelect,  ui_->butUnSelectAll};
+  for (QWidget* part : parts) part->setEnabled(value);
+}
+
+void MoveOverStringControl::Clear() {
+  ClearAvailable();
+  ClearSelected();
+}
+
+void MoveOverStringControl::ClearAvailable() { ui_->AvailableList->clear(); }
+
+void MoveOverStringControl::ClearSelected() { ui_->SelectedList->clear(); }
+
+void MoveOverStringControl::setErrorSink(ErrorSink sink) {
+  errorSink_ = sink ? std::move(sink) : ErrorSink(logError);
+}
+
+int MoveOverStringControl::padding() const {
+  return fontMetrics().horizontalAdvance(QStringLiteral("12345"));
+}
+
+void MoveOverStringControl::measure(const QString& text, int& widest) const {
+  const int width = fontMetrics().horizontalAdvance(text);
+  if (width > widest) widest = width;
+}
+
+void MoveOverStringControl::fill(ExtentListWidget* list, int& widest, const QStringList& strings) {
+  const int room = padding();
+  for (const QString& text : strings) {
+    measure(text, widest);
+    list->addItem(text);
+  }
+  list->setHorizontalExtent(widest + room);
+}
+
+bool MoveOverStringControl::isSelected(const QString& text) const {
+  // The scan runs one entry past the end, where a list reads as the empty
+  // string: an empty available string therefore always counts as selected
+  // and is never copied. Containers rely on that, so it stays.
+  const QListWidget* list = ui_->SelectedList;
+  const int count = list->count();
+  for (int k = 0; k <= count; ++k) {
+    const QString entry = k < count ? list->item(k)->text() : QString();
+    if (entry == text) return true;
+  }
+  return false;
+}
+
+void MoveOverStringControl::copyAcross(Scope scope) {
+  const int room = padding();
+  // Strings copied before a handler threw stay, and must be reachable.
+  AtExit extent([this, room] { ui_->SelectedList->setHorizontalExtent(widestSelected_ + room); });
+  QListWidget* available = ui_->AvailableList;
+  // The count is read afresh: a handler may have changed the list.
+  for (int i = 0; i < available->count(); ++i) {
+    const QListWidgetItem* item = available->item(i);
+    if (scope == Scope::Highlighted && !item->isSelected()) continue;
+    const QString text = item->text();
+    addAllowed_ = true;
+    if (isSelected(text)) continue;
+    activeItem_ = text;
+    emit ItemSelected();
+    if (!addAllowed_) continue;
+    measure(text, widestSelected_);
+    ui_->SelectedList->addItem(text);
+  }
+}
+
+void MoveOverStringControl::removeHighlighted() {
+  QListWidget* selected = ui_->SelectedList;
+  const auto firstHighlighted = [selected] {
+    for (int j = 0; j < selected->count(); ++j)
+      if (selected->item(j)->isSelected()) return j;
+    return -1;
+  };
+  // A vetoed entry loses its highlight, so each one is offered once.
+  for (int j = firstHighlighted(); j >= 0; j = firstHighlighted()) {
+    removeAllowed_ = true;
+    activeItem_ = selected->item(j)->text();
+    emit ItemUnSelected();
+    if (j >= selected->count()) continue;
+    if (removeAllowed_)
+      delete selected->takeItem(j);
+    else
+      selected->item(j)->setSelected(false);
+  }
+}
+
+void MoveOverStringControl::removeAll() {
+  QListWidget* selected = ui_->SelectedList;
+  const int n = selected->count();
+  int p = 0;
+  for (int round = 0; round < n && p < selected->count(); ++round) {
+    removeAllowed_ = true;
+    activeItem_ = selected->item(p)->text();
+    emit ItemUnSelected();
+    if (p >= selected->count()) break;
+    if (removeAllowed_) {
+      delete selected->takeItem(p);
+    } else {
+      selected->item(p)->setSelected(false);
+      ++p;
+    }
+  }
+}
+
+void MoveOverStringControl::trapped(const std::function<void()>& move) {
+  BusyPointer busy;
+  try {
+    move();
+  } catch (const std::exception& error) {
+    busy.restore();
+    report(error);
+  } catch (...) {
+    busy.restore();
+    report(std::runtime_error("unknown error"));
+  }
+}
+
+void MoveOverStringControl::report(const std::exception& error) {
+  try {
+    errorSink_(error);
+  } catch (...) {
+    // The sink is the end of the road; a move runs inside the event loop,
+    // where nothing may escape.
+  }
+}
+
+}  // namespace controls

@@ -1,0 +1,151 @@
+// Draws the editor's forms as a user sees them and saves one PNG each:
+//   vantor-screenshots OUTPUT_FOLDER
+// The main window shows a sample schema with folders, maps, a coordinate
+// system file and feature classes, opened from the command line as a user
+// would open it. Run it on a real display or under Xvfb (scripts/screenshots).
+#include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QSettings>
+#include <QTabWidget>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <cstdio>
+
+#include "document/document_files.h"
+#include "document/document_settings.h"
+#include "document/scripted_prompter.h"
+#include "schema/recordset.h"
+#include "schema/schema_database.h"
+#include "shell/frmAbout.h"
+#include "shell/frmErrors.h"
+#include "shell/frmIntro.h"
+#include "shell/frmMain.h"
+#include "shell/frmNewFile.h"
+
+namespace {
+
+void settle() {
+  for (int i = 0; i < 5; ++i) QCoreApplication::processEvents();
+}
+
+bool save(QWidget& widget, const QString& folder, const QString& name) {
+  settle();
+  const QString path = folder + "/" + name + ".png";
+  if (!widget.grab().save(path)) {
+    std::fprintf(stderr, "vantor-screenshots: cannot write %s\n", qPrintable(path));
+    return false;
+  }
+  std::printf("%s\n", qPrintable(path));
+  return true;
+}
+
+int32_t addRow(schema::SchemaDatabase& db, const char* table, const char* key,
+               std::initializer_list<std::pair<const char*, jet::Value>> fields) {
+  schema::Recordset rs = db.openRecordset(std::string("select * from ") + table);
+  rs.addNew();
+  for (const auto& [name, value] : fields) rs.setField(name, value);
+  const int32_t id = std::get<int32_t>(rs.field(key));
+  rs.update();
+  return id;
+}
+
+// A small collection: two folders of drawings, their maps in one
+// coordinate system, three feature classes.
+QString sampleSchema(const QString& templateFile, const QString& folder) {
+  const QString path = folder + "/city-utilities.csd";
+  QFile::copy(templateFile, path);
+  QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
+  schema::SchemaDatabase db;
+  db.open(path.toStdString());
+  const int32_t roads =
+      addRow(db, "Directories", "dirId", {{"Path", std::string("/srv/gis/roads")}});
+  const int32_t hydro =
+      addRow(db, "Directories", "dirId", {{"Path", std::string("/srv/gis/hydro")}});
+  const int32_t cs = addRow(db, "CoordinateSystemFiles", "csfid",
+                            {{"Name", std::string("utm33n.csf")}, {"dirId", roads}});
+  for (const char* map : {"streets-north.dgn", "streets-south.dgn"})
+    addRow(db, "Maps", "mapId", {{"Name", std::string(map)}, {"dirId", roads}, {"csfid", cs}});
+  addRow(db, "Maps", "mapId",
+         {{"Name", std::string("rivers.dgn")}, {"dirId", hydro}, {"csfid", cs}});
+  for (const char* feature : {"Streets", "Rivers", "Bridges"})
+    addRow(db, "Features", "feaId", {{"Name", std::string(feature)}, {"csfid", cs}});
+  db.close();
+  return path;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  QApplication app(argc, argv);
+  QApplication::setApplicationName("Vantor");
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: vantor-screenshots OUTPUT_FOLDER\n");
+    return 2;
+  }
+  const QString out = QString::fromLocal8Bit(argv[1]);
+  QDir().mkpath(out);
+  QTemporaryDir scratch;
+  // The user's own settings stay untouched.
+  QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, scratch.path() + "/config");
+
+  const QString program = QCoreApplication::applicationFilePath();
+  const QString templates = document::templateFolderFor(program);
+  const QString schemaFile = sampleSchema(templates + "/MstnTemplate.csd", scratch.path());
+  // What frmIntro offers as the last saved document.
+  document::DocumentSettings::setRecentFile("/srv/gis/city-utilities.csd");
+
+  document::ScriptedPrompter prompter;
+  frmMain::Options options;
+  options.prompter = &prompter;
+  options.programPath = program;
+  options.tempFolder = scratch.path();
+  options.commandLine = schemaFile;
+  frmMain window(options);
+  window.resize(900, 640);
+  window.show();
+  settle();
+  window.firstActivation();
+  if (!window.lifecycle().isOpen()) {
+    std::fprintf(stderr, "vantor-screenshots: the sample schema did not open: %s\n",
+                 qPrintable(prompter.messages().join(" / ")));
+    return 1;
+  }
+
+  bool ok = true;
+  auto* tabs = window.findChild<QTabWidget*>("SSTab1");
+  const char* tabNames[] = {"files", "coordinate-systems", "feature-definition", "scanner-options"};
+  for (int i = 0; i < tabs->count(); ++i) {
+    tabs->setCurrentIndex(i);
+    ok &= save(window, out, QString("frmMain-") + tabNames[i]);
+  }
+
+  shell::frmIntro intro(window.lifecycle(), prompter, &window);
+  intro.show();
+  ok &= save(intro, out, "frmIntro");
+  intro.hide();
+
+  shell::frmNewFile newFile(window.lifecycle(), prompter, &window);
+  newFile.show();
+  ok &= save(newFile, out, "frmNewFile");
+  newFile.hide();
+
+  shell::frmErrors errors(&window);
+  errors.setErrors({{3022, "DAO.Recordset",
+                     "The changes you requested to the table were not successful because they "
+                     "would create duplicate values in the index, primary key, or relationship."},
+                    {3265, "DAO.Fields", "Item not found in this collection."}});
+  errors.show();
+  ok &= save(errors, out, "frmErrors");
+  errors.hide();
+
+  shell::frmAbout about(prompter, &window);
+  about.show();
+  ok &= save(about, out, "frmAbout");
+  about.hide();
+
+  // Leave nothing behind: the sample is thrown away unsaved.
+  prompter.answer(document::Answer::No);
+  window.lifecycle().close();
+  return ok ? 0 : 1;
+}
