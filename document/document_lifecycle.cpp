@@ -198,11 +198,11 @@ bool DocumentLifecycle::openFrom(const QString& source, const QString& documentP
     database_.open(workingCopy_.toStdString());
   } catch (const schema::EngineError& e) {
     // Not a schema this engine reads, or locked: nothing is opened and the
-    // copy is not kept.
-    host_.reportError(e.number(), describe(e));
+    // copy is gone before the user reads why.
     deleteWorkingCopy();
     workingCopy_.clear();
     documentPath_.clear();
+    host_.reportError(e.number(), describe(e));
     return false;
   }
   open_ = true;
