@@ -22,6 +22,8 @@
 #include "shell/frmIntro.h"
 #include "shell/frmMain.h"
 #include "shell/frmNewFile.h"
+#include "shell/HelpViewer.h"
+#include "shell/help.h"
 
 namespace {
 
@@ -143,6 +145,15 @@ int main(int argc, char* argv[]) {
   about.show();
   ok &= save(about, out, "frmAbout");
   about.hide();
+
+  // The help, as F1 opens it, on the Files tab's topic.
+  const QString helpFile = QCoreApplication::applicationDirPath() + "/resdlls/0009/Vantor.HLP";
+  if (shell::HelpViewer* help = shell::HelpViewer::open(helpFile, shell::kHelpContentsContext)) {
+    help->resize(760, 620);
+    help->showTopic(helpFile, 135);
+    ok &= save(*help, out, "help");
+    help->close();
+  }
 
   // Leave nothing behind: the sample is thrown away unsaved.
   prompter.answer(document::Answer::No);
