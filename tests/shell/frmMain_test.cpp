@@ -510,6 +510,47 @@ class FrmMainTest : public QObject {
     QCOMPARE(settings.value("MainHeight").toInt(), frame.height());
   }
 
+  void minimizedWindowKeepsTheLastNormalPlacement() {
+    makeWindow();
+    start();
+    window_->setGeometry(60, 70, 640, 480);
+    QCoreApplication::processEvents();
+    const QRect normal = window_->frameGeometry();
+    QVERIFY(window_->close());
+    makeWindow();
+    start();
+    window_->setGeometry(10, 10, 300, 200);
+    window_->showMinimized();
+    QCoreApplication::processEvents();
+    QVERIFY(window_->close());
+    QSettings settings("Vantor", "Vantor");
+    QCOMPARE(settings.value("Settings/MainLeft").toInt(), normal.x());
+    QCOMPARE(settings.value("Settings/MainWidth").toInt(), normal.width());
+  }
+
+  void requerySeesRowsWrittenElsewhere() {
+    makeWindow(populatedSchema("requery.csd"));
+    start();
+    schema::Recordset& maps = window_->sharedRecordset("Maps");
+    QCOMPARE(maps.recordCount(), 2L);
+    {
+      // As the wizard writes: through the document's database, not the
+      // window's recordset.
+      schema::Recordset other = window_->lifecycle().database().openRecordset("select * from Maps");
+      other.addNew();
+      other.setField("Name", std::string("lakes.dgn"));
+      other.update();
+    }
+    QCOMPARE(maps.recordCount(), 2L);  // a dynaset keeps the rows it opened with
+    window_->requery();
+    for (std::string_view table : frmMain::kSharedTables)
+      QVERIFY(window_->sharedRecordset(table).isOpen());
+    QCOMPARE(window_->sharedRecordset("Maps").recordCount(), 3L);
+    prompter_->answer(Answer::No);
+    action("mnuFileClose")->trigger();
+    expectClosedWindow();
+  }
+
   void startUpDialogChoosesTheDocument() {
     // The real start-up dialog, answered as a user answers it.
     frmMain::Options options;
