@@ -25,6 +25,7 @@ class ExtentListWidget : public QListWidget {
 
  private:
   int extent_ = 0;
+  bool updating_ = false;  // the base layout may call back in
 };
 
 }  // namespace controls

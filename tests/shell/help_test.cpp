@@ -1,27 +1,18 @@
-// Help: the language folder worked out from the locale, the file path, when
-// ShowHelp opens the viewer, shows a message or does nothing, F1 reaching
-// help from any control of a form, the viewer's navigation, and the shipped
-// help file, menu entry and icon agreeing with each other.
+// Help: the language folder worked out from the locale, when ShowHelp opens
+// the viewer, shows a message or does nothing, F1 reaching help from any
+// control of a form, the viewer's navigation, and the shipped help file,
+// menu entry and icon agreeing with each other.
 #include "shell/help.h"
 
-#include <QAbstractTextDocumentLayout>
-#include <QAction>
 #include <QDialog>
-#include <QDir>
-#include <QFile>
 #include <QIcon>
 #include <QLineEdit>
 #include <QLocale>
 #include <QProcess>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QScrollBar>
-#include <QSet>
 #include <QStandardPaths>
-#include <QTemporaryDir>
-#include <QTextBlock>
 #include <QTextBrowser>
-#include <QVBoxLayout>
 #include <QXmlStreamReader>
 #include <QtTest>
 
@@ -34,55 +25,39 @@ using namespace shell;
 
 namespace {
 
-struct HelpCall {
-  QWidget* parent;
-  QString file;
-  int context;
-};
-
 // Points ShowHelp at a folder of the test's own and records what it would
 // open instead of opening it; the defaults come back at the end of the scope.
-class HelpSeams {
- public:
+struct HelpSeams {
   HelpSeams(const QString& programDir, uint32_t windowsLocale) {
-    previousOpener_ = setHelpOpener([this](QWidget* parent, const QString& file, int context) {
-      calls.append({parent, file, context});
+    setHelpOpener([this](QWidget* parent, const QString& file, int context) {
+      parents << parent;
+      opened << file + '#' + QString::number(context);
     });
-    previousSource_ = setHelpLookupSource([programDir, windowsLocale] {
-      return HelpLookup{programDir, windowsLocale};
-    });
+    setHelpLookupSource([=] { return HelpLookup{programDir, windowsLocale}; });
   }
   ~HelpSeams() {
-    setHelpOpener(previousOpener_);
-    setHelpLookupSource(previousSource_);
+    setHelpOpener({});
+    setHelpLookupSource({});
   }
-  QList<HelpCall> calls;
-
- private:
-  HelpOpener previousOpener_;
-  HelpLookupSource previousSource_;
+  QList<QWidget*> parents;
+  QStringList opened;  // file#context
 };
 
-// A program folder holding resdlls/<folder>/Vantor.HLP; returns its path.
-QString putHelpFile(const QTemporaryDir& programDir, const QString& folder,
+// A program folder holding resdlls/0009/Vantor.HLP; returns its path.
+QString putHelpFile(const QTemporaryDir& programDir,
                     const QByteArray& html = "<html><body><a name=\"131\"></a>Help</body></html>") {
-  const QString dir = programDir.path() + QStringLiteral("/resdlls/") + folder;
-  QDir().mkpath(dir);
-  QFile file(dir + QStringLiteral("/Vantor.HLP"));
-  if (!file.open(QIODevice::WriteOnly)) return {};
-  file.write(html);
-  return file.fileName();
+  QDir().mkpath(programDir.path() + QStringLiteral("/resdlls/0009"));
+  QFile file(programDir.path() + QStringLiteral("/resdlls/0009/Vantor.HLP"));
+  return file.open(QIODevice::WriteOnly) && file.write(html) > 0 ? file.fileName() : QString();
 }
 
-QString sourceTree() {
-  // tests/shell/ -> the repository
-  return QFileInfo(QFINDTESTDATA("help_test.cpp")).absoluteDir().absoluteFilePath("../..");
+// A file of the repository: its path, and its text.
+QString sourcePath(const QString& path) {
+  return QFileInfo(QFINDTESTDATA("help_test.cpp")).absolutePath() + "/../../" + path;
 }
-
-QString readText(const QString& path) {
-  QFile file(path);
-  if (!file.open(QIODevice::ReadOnly)) return {};
-  return QString::fromUtf8(file.readAll());
+QString readSource(const QString& path) {
+  QFile file(sourcePath(path));
+  return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
 
 QStringList captures(const QString& text, const QString& pattern) {
@@ -92,56 +67,20 @@ QStringList captures(const QString& text, const QString& pattern) {
   return found;
 }
 
-// The document position of the first link to href, or -1.
-int linkPosition(QTextDocument* document, const QString& href) {
-  for (QTextBlock block = document->begin(); block.isValid(); block = block.next())
-    for (auto it = block.begin(); !it.atEnd(); ++it)
-      if (it.fragment().charFormat().anchorHref() == href) return it.fragment().position();
-  return -1;
-}
-
-// Where the named anchor sits in the document, in document coordinates.
-qreal anchorTop(QTextBrowser* browser, const QString& name) {
-  QTextDocument* document = browser->document();
-  for (QTextBlock block = document->begin(); block.isValid(); block = block.next())
-    for (auto it = block.begin(); !it.atEnd(); ++it)
-      if (it.fragment().charFormat().anchorNames().contains(name))
-        return document->documentLayout()->blockBoundingRect(block).top();
-  return -1;
-}
-
-// A help file long enough to scroll: contents at 131 linking to a topic 140
-// far below, which links back.
-QByteArray scrollingHelp() {
-  QByteArray html =
-      "<html><body><h1><a name=\"131\"></a>Contents</h1>"
-      "<p><a href=\"#140\">Far topic</a></p>";
-  for (int i = 0; i < 120; ++i) html += "<p>Filler paragraph " + QByteArray::number(i) + "</p>";
-  html += "<h2><a name=\"140\"></a>Far topic</h2><p><a href=\"#131\">Contents</a></p>";
-  for (int i = 0; i < 60; ++i) html += "<p>More text " + QByteArray::number(i) + "</p>";
-  return html + "</body></html>";
-}
-
 }  // namespace
 
 class HelpTest : public QObject {
   Q_OBJECT
 
  private slots:
-  void languageFolderFromLocaleNumber() {
+  void languageFolderFromLocale() {
     QCOMPARE(languageFolder(1033), QStringLiteral("resdlls/0009"));  // "409"
-    QCOMPARE(languageFolder(2057), QStringLiteral("resdlls/0009"));  // "809"
-    QCOMPARE(languageFolder(1031), QStringLiteral("resdlls/0007"));  // "407"
     QCOMPARE(languageFolder(1040), QStringLiteral("resdlls/0010"));  // "410"
-    QCOMPARE(languageFolder(2052), QStringLiteral("resdlls/0004"));  // "804"
     // Four hexadecimal digits: the second of them and the last.
-    QCOMPARE(languageFolder(4105), QStringLiteral("resdlls/0009"));  // "1009"
     QCOMPARE(languageFolder(5129), QStringLiteral("resdlls/0049"));  // "1409"
     // One digit is both the second-of-two and the last.
     QCOMPARE(languageFolder(9), QStringLiteral("resdlls/0099"));
-    QCOMPARE(languageFolder(0), QStringLiteral("resdlls/0000"));
-
-    for (uint32_t withLetter : {3082u, 1036u, 1053u, 0xABCDu}) {
+    for (uint32_t withLetter : {3082u, 0xABCDu}) {
       try {
         languageFolder(withLetter);
         QFAIL(qPrintable(QStringLiteral("no error for %1").arg(withLetter)));
@@ -150,66 +89,35 @@ class HelpTest : public QObject {
         QCOMPARE(error.description(), QStringLiteral("Type mismatch"));
       }
     }
-  }
+    QCOMPARE(helpFilePath(QStringLiteral("/opt/vantor/bin"), 1031),
+             QStringLiteral("/opt/vantor/bin/resdlls/0007/Vantor.HLP"));
+    QCOMPARE(systemHelpLookup().programDir, QCoreApplication::applicationDirPath());
 
-  void localeNumbersOfLocales() {
-    QCOMPARE(windowsLocaleNumber(QLocale(QLocale::English, QLocale::UnitedStates)), 1033u);
-    QCOMPARE(windowsLocaleNumber(QLocale(QLocale::English, QLocale::UnitedKingdom)), 2057u);
-    QCOMPARE(windowsLocaleNumber(QLocale(QLocale::German, QLocale::Germany)), 1031u);
     QCOMPARE(windowsLocaleNumber(QLocale(QLocale::German, QLocale::Austria)), 3079u);
-    QCOMPARE(windowsLocaleNumber(QLocale(QLocale::Spanish, QLocale::Spain)), 3082u);
-    QCOMPARE(windowsLocaleNumber(QLocale(QLocale::Japanese, QLocale::Japan)), 1041u);
     // A territory the table lacks falls back on the language's main one.
     QCOMPARE(windowsLocaleNumber(QLocale(QLocale::German, QLocale::Belgium)), 1031u);
-    QCOMPARE(windowsLocaleNumber(QLocale(QLocale::English, QLocale::Kenya)), 1033u);
-    QCOMPARE(windowsLocaleNumber(QLocale(QLocale::French, QLocale::Senegal)), 1036u);
-    // No language, or one the table lacks: English.
-    QCOMPARE(windowsLocaleNumber(QLocale::c()), 1033u);
+    // A language the table lacks: English.
     QCOMPARE(windowsLocaleNumber(QLocale(QLocale::Zulu)), 1033u);
   }
 
-  void helpFilePathJoinsFolderAndName() {
-    QCOMPARE(helpFilePath(QStringLiteral("/opt/vantor/bin"), 1033),
-             QStringLiteral("/opt/vantor/bin/resdlls/0009/Vantor.HLP"));
-    QCOMPARE(helpFilePath(QStringLiteral("/opt/vantor/bin"), 1031),
-             QStringLiteral("/opt/vantor/bin/resdlls/0007/Vantor.HLP"));
-    QVERIFY_THROWS_EXCEPTION(HelpError, helpFilePath(QStringLiteral("/opt/vantor/bin"), 3082));
-    QCOMPARE(systemHelpLookup().programDir, QCoreApplication::applicationDirPath());
-  }
-
-  void showHelpOpensAnExistingFileAtTheContents() {
+  void showHelpOpensAnExistingFileOrReportsTheFolder() {
     QTemporaryDir programDir;
     ScriptedPrompter prompter;
     QWidget asking;
     {
       HelpSeams seams(programDir.path(), 1033);
       ShowHelp(&asking, prompter);  // no file yet: nothing at all
-      QVERIFY(seams.calls.isEmpty());
-
-      const QString file = putHelpFile(programDir, QStringLiteral("0009"));
-      QVERIFY(!file.isEmpty());
+      QVERIFY(seams.opened.isEmpty());
+      const QString file = putHelpFile(programDir);
       ShowHelp(&asking, prompter);
-      QCOMPARE(seams.calls.size(), 1);
-      QCOMPARE(seams.calls[0].parent, &asking);
-      QCOMPARE(seams.calls[0].file, file);
-      QCOMPARE(seams.calls[0].context, 131);
+      QCOMPARE(seams.opened, QStringList{file + "#131"});
+      QCOMPARE(seams.parents, QList<QWidget*>{&asking});
+      QVERIFY(prompter.shown().isEmpty());
     }
-    {
-      // German looks in 0007, which this program folder lacks.
-      HelpSeams seams(programDir.path(), 1031);
-      ShowHelp(&asking, prompter);
-      QVERIFY(seams.calls.isEmpty());
-    }
-    QVERIFY(prompter.shown().isEmpty());
-  }
-
-  void showHelpReportsAFolderThatCannotBeNamed() {
-    QTemporaryDir programDir;
-    putHelpFile(programDir, QStringLiteral("0009"));
+    // A locale whose folder cannot be named: the file there is not opened.
     HelpSeams seams(programDir.path(), 3082);
-    ScriptedPrompter prompter;
     ShowHelp(nullptr, prompter);
-    QVERIFY(seams.calls.isEmpty());
+    QVERIFY(seams.opened.isEmpty());
     QCOMPARE(prompter.messages(), QStringList{QStringLiteral("Type mismatch")});
     QCOMPARE(prompter.shown().constFirst().style, MessageStyle::Ok);
     QVERIFY(prompter.faults().isEmpty());
@@ -217,19 +125,14 @@ class HelpTest : public QObject {
 
   void f1OnAnyControlOfAFormOpensHelpForThatForm() {
     QTemporaryDir programDir;
-    putHelpFile(programDir, QStringLiteral("0009"));
+    putHelpFile(programDir);
     HelpSeams seams(programDir.path(), 1033);
     ScriptedPrompter prompter;
-
     QWidget form;
-    auto* layout = new QVBoxLayout(&form);
     auto* edit = new QLineEdit(&form);
-    auto* button = new QPushButton(QStringLiteral("OK"), &form);
-    layout->addWidget(edit);
-    layout->addWidget(button);
+    auto* button = new QPushButton(&form);
     installHelpKey(&form, prompter);
     installHelpKey(&form, prompter);  // once is enough, and twice is no harm
-    // A second window with a help key of its own.
     QWidget other;
     installHelpKey(&other, prompter);
 
@@ -238,73 +141,47 @@ class HelpTest : public QObject {
     form.activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(&form));
     edit->setFocus();
-    QTest::keyClicks(edit, QStringLiteral("ab"));
-    QTest::keyClick(edit, Qt::Key_F2);
-    QVERIFY(seams.calls.isEmpty());
     QTest::keyClick(edit, Qt::Key_F1);
     QTest::keyClick(button, Qt::Key_F1);
-    QCOMPARE(seams.calls.size(), 2);
-    for (const HelpCall& call : seams.calls) {
-      QCOMPARE(call.parent, &form);
-      QCOMPARE(call.context, 131);
-    }
-    QCOMPARE(edit->text(), QStringLiteral("ab"));
-
+    QCOMPARE(seams.parents, (QList<QWidget*>{&form, &form}));
+    // A second window gets help of its own.
     other.activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(&other));
     QTest::keyClick(&other, Qt::Key_F1);
-    QCOMPARE(seams.calls.size(), 3);
-    QCOMPARE(seams.calls.constLast().parent, &other);
+    QCOMPARE(seams.parents, (QList<QWidget*>{&form, &form, &other}));
     QVERIFY(prompter.shown().isEmpty());
   }
 
-  void viewerShowsTheTopicAndFollowsLinks() {
+  void viewerShowsTheTopicFollowsLinksAndStaysUsable() {
+    // Contents at 131 linking to a topic 140 far below, which links back.
+    QByteArray html =
+        "<html><body><h1><a name=\"131\"></a>Contents</h1><p><a href=\"#140\">Far topic</a></p>";
+    for (int i = 0; i < 120; ++i) html += "<p>Filler paragraph " + QByteArray::number(i) + "</p>";
+    html += "<h2><a name=\"140\"></a>Far</h2><p><a href=\"#131\">Contents</a></p></body></html>";
     QTemporaryDir programDir;
-    const QString file = putHelpFile(programDir, QStringLiteral("0009"), scrollingHelp());
+    const QString file = putHelpFile(programDir, html);
 
     HelpViewer* viewer = HelpViewer::open(file, 131);
-    QVERIFY(viewer);
-    QCOMPARE(HelpViewer::current(), viewer);
-    QVERIFY(QTest::qWaitForWindowExposed(viewer));
-    QCOMPARE(viewer->windowTitle(), QStringLiteral("Vantor Help"));
+    QVERIFY(viewer && QTest::qWaitForWindowActive(viewer));
     QTextBrowser* browser = viewer->browser();
     QCOMPARE(browser->source().toLocalFile(), QFileInfo(file).absoluteFilePath());
     QCOMPARE(browser->source().fragment(), QStringLiteral("131"));
     // The file's extension is no HTML one, and still it is read as HTML.
-    QVERIFY(!browser->toPlainText().contains(QStringLiteral("<p>")));
     QVERIFY(browser->toPlainText().startsWith(QStringLiteral("Contents")));
     // A screenshot that is not installed gives a note, not a broken picture.
     const QVariant missing = browser->loadResource(
         QTextDocument::ImageResource, browser->source().resolved(QUrl("screenshots/none.png")));
     QVERIFY(missing.canConvert<QImage>() && !missing.value<QImage>().isNull());
-    QVERIFY(qAbs(anchorTop(browser, QStringLiteral("131")) -
-                 browser->verticalScrollBar()->value()) < 40);
 
-    // Following the link lands on the far topic, scrolled to its top.
-    const int at = linkPosition(browser->document(), QStringLiteral("#140"));
-    QVERIFY(at >= 0);
-    QTextCursor cursor(browser->document());
-    cursor.setPosition(at + 1);
-    const QPoint click = browser->cursorRect(cursor).center();
-    QTest::mouseClick(browser->viewport(), Qt::LeftButton, {}, click);
+    // Following the link lands on the far topic.
+    QTextCursor link = browser->document()->find(QStringLiteral("Far topic"));
+    link.setPosition(link.selectionStart() + 1);
+    QTest::mouseClick(browser->viewport(), Qt::LeftButton, {}, browser->cursorRect(link).center());
     QTRY_COMPARE(browser->source().fragment(), QStringLiteral("140"));
-    const int top = browser->verticalScrollBar()->value();
-    QVERIFY(top > 0);
-    QVERIFY(qAbs(anchorTop(browser, QStringLiteral("140")) - top) < 40);
-
-    auto* back = viewer->findChild<QAction*>(QStringLiteral("actionBack"));
-    auto* forward = viewer->findChild<QAction*>(QStringLiteral("actionForward"));
-    auto* contents = viewer->findChild<QAction*>(QStringLiteral("actionContents"));
-    QVERIFY(back && forward && contents);
-    QVERIFY(back->isEnabled());
-    QVERIFY(!forward->isEnabled());
-    viewer->activateWindow();
-    QVERIFY(QTest::qWaitForWindowActive(viewer));
+    QVERIFY(browser->verticalScrollBar()->value() > 0);
     QTest::keyClick(browser, Qt::Key_Left, Qt::AltModifier);
     QCOMPARE(browser->source().fragment(), QStringLiteral("131"));
-    QVERIFY(forward->isEnabled());
     QTest::keyClick(browser, Qt::Key_Right, Qt::AltModifier);
-    QCOMPARE(browser->source().fragment(), QStringLiteral("140"));
     QTest::keyClick(browser, Qt::Key_Home, Qt::AltModifier);
     QCOMPARE(browser->source().fragment(), QStringLiteral("131"));
 
@@ -313,27 +190,15 @@ class HelpTest : public QObject {
     QCOMPARE(browser->source().fragment(), QStringLiteral("140"));
     QTest::keyClick(browser, Qt::Key_Escape);
     QVERIFY(!viewer->isVisible());
-    QCOMPARE(HelpViewer::open(file, 131), viewer);
-    QVERIFY(QTest::qWaitForWindowActive(viewer));
-    QTest::keyClick(browser, Qt::Key_W, Qt::ControlModifier);
-    QVERIFY(!viewer->isVisible());
-  }
 
-  void viewerIsUsableBesideAModalDialog() {
-    QTemporaryDir programDir;
-    const QString file = putHelpFile(programDir, QStringLiteral("0009"));
+    // Beside a modal dialog the viewer joins the dialog's family, so the
+    // dialog does not block it; once the dialog is done it stays on its own.
     QDialog dialog;
     dialog.setModal(true);
     dialog.show();
-    QCOMPARE(QApplication::activeModalWidget(), &dialog);
-
-    HelpViewer* viewer = HelpViewer::open(file, 131);
-    // Inside the dialog's family the dialog does not block it.
+    QCOMPARE(HelpViewer::open(file, 131), viewer);
     QCOMPARE(viewer->parentWidget(), &dialog);
-    QVERIFY(viewer->isWindow());
-    QVERIFY(viewer->isVisible());
-
-    // The dialog is done: the viewer stays open on its own.
+    QVERIFY(viewer->isWindow() && viewer->isVisible());
     dialog.accept();
     QCOMPARE(viewer->parentWidget(), nullptr);
     QVERIFY(viewer->isVisible());
@@ -343,59 +208,42 @@ class HelpTest : public QObject {
 
   // Every topic the shipped help links to exists, the contents come first and
   // lead to every topic, and pictures are screenshots of a sensible width.
-  void shippedHelpLinksResolve() {
-    const QString html = readText(sourceTree() + QStringLiteral("/resources/help/Vantor.HLP"));
-    QVERIFY(!html.isEmpty());
+  void shippedHelpLinksAndPictures() {
+    const QString html = readSource(QStringLiteral("resources/help/Vantor.HLP"));
     const QStringList anchors = captures(html, QStringLiteral("<a\\s+name=\"([^\"]*)\""));
     QVERIFY(anchors.size() > 10);
     QCOMPARE(anchors.constFirst(), QStringLiteral("131"));
     QCOMPARE(QSet<QString>(anchors.begin(), anchors.end()).size(), anchors.size());
-    for (const QString& anchor : anchors) QVERIFY2(anchor.toInt() > 0, qPrintable(anchor));
-
-    const QStringList links = captures(html, QStringLiteral("href=\"#([^\"]*)\""));
-    for (const QString& link : links)
+    for (const QString& link : captures(html, QStringLiteral("href=\"#([^\"]*)\"")))
       QVERIFY2(anchors.contains(link), qPrintable(QStringLiteral("no anchor ") + link));
     QVERIFY(captures(html, QStringLiteral("href=\"([^#\"][^\"]*)\"")).isEmpty());
-
-    const qsizetype contentsEnd = html.indexOf(QStringLiteral("name=\"") + anchors[1] + '"');
-    const QStringList fromContents =
-        captures(html.left(contentsEnd), QStringLiteral("href=\"#([^\"]*)\""));
+    const QString contents = html.left(html.indexOf("name=\"" + anchors[1] + '"'));
+    const QStringList fromContents = captures(contents, QStringLiteral("href=\"#([^\"]*)\""));
     for (const QString& anchor : anchors.mid(1))
-      QVERIFY2(fromContents.contains(anchor),
-               qPrintable(QStringLiteral("not in contents ") + anchor));
+      QVERIFY2(fromContents.contains(anchor), qPrintable("not in contents " + anchor));
 
     const QStringList images = captures(html, QStringLiteral("(<img[^>]*>)"));
     QVERIFY(!images.isEmpty());
+    QStringList names;
     for (const QString& image : images) {
-      QVERIFY2(
-          image.contains(QRegularExpression(QStringLiteral("src=\"screenshots/[^\"/]+\\.png\""))),
-          qPrintable(image));
+      const QStringList src =
+          captures(image, QStringLiteral("src=\"screenshots/([^\"/]+\\.png)\""));
       const QStringList width = captures(image, QStringLiteral("width=\"(\\d+)\""));
-      QVERIFY2(width.size() == 1 && width[0].toInt() <= 620, qPrintable(image));
+      QVERIFY2(src.size() == 1 && width.size() == 1 && width[0].toInt() <= 620, qPrintable(image));
+      names << src;
     }
-  }
-
-  // The screenshots are taken apart from the build; until the first one is
-  // there this waits, after that every picture must be there.
-  void shippedHelpPicturesExist() {
-    const QString html = readText(sourceTree() + QStringLiteral("/resources/help/Vantor.HLP"));
-    QStringList names = captures(html, QStringLiteral("<img[^>]*src=\"screenshots/([^\"]+)\""));
+    // The screenshots are taken apart from the build; until the first one is
+    // there this waits, after that every picture must be there.
     names.removeDuplicates();
-    QVERIFY(!names.isEmpty());
-    const QDir shots(sourceTree() + QStringLiteral("/docs/screenshots"));
     QStringList missing;
     for (const QString& name : names)
-      if (!shots.exists(name)) missing << name;
-    if (missing.size() == names.size())
-      QSKIP("docs/screenshots holds none of the help's pictures yet");
-    QVERIFY2(missing.isEmpty(), qPrintable(QStringLiteral("missing in docs/screenshots: ") +
-                                           missing.join(QStringLiteral(", "))));
+      if (!QFile::exists(sourcePath("docs/screenshots/" + name))) missing << name;
+    if (missing.size() == names.size()) QSKIP("docs/screenshots holds none of the pictures yet");
+    QVERIFY2(missing.isEmpty(), qPrintable("missing in docs/screenshots: " + missing.join(", ")));
   }
 
   void desktopEntryTypeAndIconAgree() {
-    const QString desktop =
-        readText(sourceTree() + QStringLiteral("/resources/desktop/vantor.desktop"));
-    QVERIFY(desktop.startsWith(QStringLiteral("[Desktop Entry]\n")));
+    const QString desktop = readSource(QStringLiteral("resources/desktop/vantor.desktop"));
     const auto value = [&desktop](const QString& key) {
       const QStringList found = captures(desktop, QStringLiteral("(?m)^") + key + "=(.*)$");
       return found.size() == 1 ? found[0] : QString();
@@ -405,38 +253,27 @@ class HelpTest : public QObject {
     QCOMPARE(mimeType, QStringLiteral("application/x-vantor-csd"));
 
     // The shared-mime-info package names that type for *.csd.
-    QFile mime(sourceTree() + QStringLiteral("/resources/desktop/vantor-csd.xml"));
-    QVERIFY(mime.open(QIODevice::ReadOnly));
-    QXmlStreamReader xml(&mime);
-    QString declared, glob;
-    while (!xml.atEnd()) {
-      if (xml.readNext() != QXmlStreamReader::StartElement) continue;
-      if (xml.name() == QLatin1String("mime-type"))
-        declared = xml.attributes().value(QStringLiteral("type")).toString();
-      else if (xml.name() == QLatin1String("glob"))
-        glob = xml.attributes().value(QStringLiteral("pattern")).toString();
-    }
+    const QString mime = readSource(QStringLiteral("resources/desktop/vantor-csd.xml"));
+    QXmlStreamReader xml(mime);
+    while (!xml.atEnd()) xml.readNext();
     QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
-    QCOMPARE(declared, mimeType);
-    QCOMPARE(glob, QStringLiteral("*.csd"));
+    QCOMPARE(captures(mime, QStringLiteral("<mime-type\\s+type=\"([^\"]+)\"")),
+             QStringList{mimeType});
+    QCOMPARE(captures(mime, QStringLiteral("<glob\\s+pattern=\"([^\"]+)\"")), QStringList{"*.csd"});
 
     // The icon the menu names is the one the windows show, and it renders.
     const QString icon = value(QStringLiteral("Icon"));
-    QVERIFY(QFile::exists(sourceTree() + QStringLiteral("/resources/icons/") + icon + ".svg"));
-    const QString resource = QStringLiteral(":/icons/") + icon + ".svg";
-    QVERIFY(QFile::exists(resource));
-    const QPixmap pixmap = QIcon(resource).pixmap(48, 48);
+    QVERIFY(QFile::exists(sourcePath("resources/icons/" + icon + ".svg")));
+    const QPixmap pixmap = QIcon(":/icons/" + icon + ".svg").pixmap(48, 48);
     QVERIFY2(!pixmap.isNull(), "the SVG icon plugin (libqt6svg6) is missing");
     QVERIFY(pixmap.toImage().pixelColor(24, 24).alpha() > 0);
-  }
 
-  void desktopEntryValidates() {
     const QString validator =
         QStandardPaths::findExecutable(QStringLiteral("desktop-file-validate"));
     if (validator.isEmpty()) QSKIP("desktop-file-validate is not installed");
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(validator, {sourceTree() + QStringLiteral("/resources/desktop/vantor.desktop")});
+    process.start(validator, {sourcePath(QStringLiteral("resources/desktop/vantor.desktop"))});
     QVERIFY(process.waitForFinished());
     const QString output = QString::fromUtf8(process.readAll());
     QVERIFY2(process.exitCode() == 0 && output.trimmed().isEmpty(), qPrintable(output));
