@@ -1,7 +1,6 @@
 #include "shell/frmIntro.h"
 
 #include <QButtonGroup>
-#include <QDir>
 
 #include "document/document_settings.h"
 #include "ui_frmIntro.h"
@@ -17,15 +16,11 @@ frmIntro::frmIntro(DocumentLifecycle& lifecycle, document::Prompter& prompter, Q
       lifecycle_(lifecycle),
       prompter_(prompter) {
   ui_->setupUi(this);
-  // The group's ids are the document kinds, so the checked button is the answer.
   ui_->grpKind->setId(ui_->optExisting, static_cast<int>(DocumentKind::Existing));
-  ui_->grpKind->setId(ui_->optMstn, static_cast<int>(DocumentKind::MicroStation));
-  ui_->grpKind->setId(ui_->optAutoCad, static_cast<int>(DocumentKind::AutoCad));
-  ui_->grpKind->setId(ui_->optOther, static_cast<int>(DocumentKind::Other));
-
-  // A template that is not installed cannot be chosen at all.
-  ui_->optMstn->setEnabled(lifecycle_.templateAvailable(DocumentKind::MicroStation));
-  ui_->optAutoCad->setEnabled(lifecycle_.templateAvailable(DocumentKind::AutoCad));
+  options_ = std::make_unique<TemplateOptions>(
+      TemplateOptions::Controls{ui_->grpKind, ui_->optMstn, ui_->optAutoCad, ui_->optOther,
+                                ui_->butTemplate, ui_->lblTemplate},
+      lifecycle, prompter);
   ui_->optExisting->setChecked(true);
   ui_->tbMdbFileName->setText(document::DocumentSettings::recentFile());
   updateEnabling();
@@ -34,7 +29,7 @@ frmIntro::frmIntro(DocumentLifecycle& lifecycle, document::Prompter& prompter, Q
     if (on) updateEnabling();
   });
   connect(ui_->butBrowse, &QPushButton::clicked, this, &frmIntro::browse);
-  connect(ui_->butTemplate, &QPushButton::clicked, this, &frmIntro::pickTemplate);
+  connect(ui_->butTemplate, &QPushButton::clicked, this, [this] { options_->pickTemplate(); });
   connect(ui_->butOK, &QPushButton::clicked, this, &frmIntro::confirm);
   connect(ui_->butCancel, &QPushButton::clicked, this, &QDialog::reject);
 }
@@ -43,20 +38,14 @@ frmIntro::~frmIntro() = default;
 
 document::DocumentChoice frmIntro::choice() const {
   if (result() == QDialog::Accepted) return accepted_;
-  return {selectedKind(), QString()};
-}
-
-DocumentKind frmIntro::selectedKind() const {
-  return static_cast<DocumentKind>(ui_->grpKind->checkedId());
+  return {options_->selectedKind(), QString()};
 }
 
 void frmIntro::updateEnabling() {
-  const DocumentKind kind = selectedKind();
-  const bool existing = kind == DocumentKind::Existing;
+  const bool existing = options_->selectedKind() == DocumentKind::Existing;
   ui_->tbMdbFileName->setEnabled(existing);
   ui_->butBrowse->setEnabled(existing);
-  ui_->butTemplate->setEnabled(kind == DocumentKind::Other);
-  ui_->lblTemplate->setEnabled(kind == DocumentKind::Other);
+  options_->updateEnabling();
 }
 
 void frmIntro::browse() {
@@ -67,21 +56,10 @@ void frmIntro::browse() {
   if (!picked.isEmpty()) ui_->tbMdbFileName->setText(picked);
 }
 
-void frmIntro::pickTemplate() {
-  document::FileDialogRequest request = DocumentLifecycle::templateDialogRequest();
-  request.initialPath = otherTemplate_.isEmpty() ? lifecycle_.templateFolder() : otherTemplate_;
-  const QString picked = prompter_.openFile(request);
-  if (picked.isEmpty()) return;
-  otherTemplate_ = picked;
-  const QString shown = QDir::toNativeSeparators(picked);
-  // The label may be too narrow for a long path; the tip always has all of it.
-  ui_->lblTemplate->setText(shown);
-  ui_->lblTemplate->setToolTip(shown);
-}
-
 void frmIntro::confirm() {
-  const DocumentKind kind = selectedKind();
-  const QString path = lifecycle_.chosenPath(kind, ui_->tbMdbFileName->text(), otherTemplate_);
+  const DocumentKind kind = options_->selectedKind();
+  const QString path =
+      lifecycle_.chosenPath(kind, ui_->tbMdbFileName->text(), options_->otherTemplate());
   if (path.isEmpty()) {
     // No file yet: the dialog stays, with the focus where the file is given.
     // An unknown template folder has been reported by the lifecycle.

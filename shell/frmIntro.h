@@ -13,6 +13,7 @@
 
 #include "document/document_lifecycle.h"
 #include "document/prompter.h"
+#include "shell/template_options.h"
 
 namespace Ui {
 class frmIntro;
@@ -33,17 +34,14 @@ class frmIntro : public QDialog {
   document::DocumentChoice choice() const;
 
  private:
-  document::DocumentKind selectedKind() const;
   void updateEnabling();
   void browse();
-  void pickTemplate();
   void confirm();
 
   std::unique_ptr<Ui::frmIntro> ui_;
   document::DocumentLifecycle& lifecycle_;
   document::Prompter& prompter_;
-  // The file picked with Template..., kept while other options are tried.
-  QString otherTemplate_;
+  std::unique_ptr<TemplateOptions> options_;
   document::DocumentChoice accepted_;
 };
 

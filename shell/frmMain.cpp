@@ -288,7 +288,8 @@ void frmMain::reportError(int32_t number, const QString& description) {
 }
 
 void frmMain::report(const std::exception& error) {
-  reportError(shell::currentErrorOf(error).number, shell::currentErrorOf(error).description);
+  const shell::CurrentError current = shell::currentErrorOf(error);
+  reportError(current.number, current.description);
 }
 
 void frmMain::trap(const std::function<void()>& handler) {

@@ -12,6 +12,7 @@
 
 #include "document/document_lifecycle.h"
 #include "document/prompter.h"
+#include "shell/template_options.h"
 
 namespace Ui {
 class frmNewFile;
@@ -32,15 +33,11 @@ class frmNewFile : public QDialog {
   document::DocumentChoice choice() const;
 
  private:
-  document::DocumentKind selectedKind() const;
-  void updateEnabling();
-  void pickTemplate();
   void confirm();
 
   std::unique_ptr<Ui::frmNewFile> ui_;
   document::DocumentLifecycle& lifecycle_;
-  document::Prompter& prompter_;
-  QString otherTemplate_;
+  std::unique_ptr<TemplateOptions> options_;
   document::DocumentChoice accepted_;
 };
 
