@@ -6,6 +6,7 @@
 #include <QStyledItemDelegate>
 #include <QTableView>
 #include <QtDebug>
+#include <algorithm>
 
 #include "linkage/LinkGridModel.h"
 #include "ui_frmDBLinkageOptions.h"
@@ -54,10 +55,19 @@ void frmDBLinkageOptions::setUpGrid(QTableView* view, LinkageOptions::Grid grid)
   view->setItemDelegateForColumn(LinkGridModel::kDbScaName,
                                  new NameDelegate(options_.dbScaNameSize(), view));
   view->verticalHeader()->hide();
+  view->verticalHeader()->setDefaultSectionSize(view->fontMetrics().height() + 8);
   QHeaderView* header = view->horizontalHeader();
   header->setSectionResizeMode(QHeaderView::ResizeToContents);
   header->setSectionResizeMode(LinkGridModel::kDbScaName, QHeaderView::Stretch);
-  if (model->rowCount() > 0) view->setCurrentIndex(model->index(0, LinkGridModel::kLink));
+  // The cursor starts on the first linked attribute, so what is stored
+  // shows without scrolling.
+  const std::vector<LinkageOptions::Row>& rows = options_.rows(grid);
+  const auto linked = std::find_if(rows.begin(), rows.end(), [](const auto& r) { return r.link; });
+  if (!rows.empty()) {
+    const int row = linked == rows.end() ? 0 : static_cast<int>(linked - rows.begin());
+    view->setCurrentIndex(model->index(row, LinkGridModel::kLink));
+    view->scrollTo(view->currentIndex(), QAbstractItemView::PositionAtCenter);
+  }
   view->installEventFilter(this);
   views_[grid] = view;
   models_[grid] = model;

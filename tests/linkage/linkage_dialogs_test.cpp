@@ -183,9 +183,14 @@ class LinkageDialogsTest : public QObject {
       tables->setFocus();
       QTest::keyClick(tables, Qt::Key_F1);
 
-      // Space links Level; typing on LevelName's name replaces it, Enter
-      // keeps it (once the delegate's queued commit ran), and Space links
-      // the row wherever the cursor stands.
+      // The cursor starts on the linked EntityNumber: Space unlinks it.
+      // Ctrl+Home and Space link Level; typing on LevelName's name replaces
+      // it, Enter keeps it (once the delegate's queued commit ran), and
+      // Space links the row wherever the cursor stands.
+      QCOMPARE(tables->currentIndex().row(), 25);
+      press(tables, Qt::Key_Space);
+      QCOMPARE(model->index(25, 0).data(Qt::CheckStateRole).toInt(), int(Qt::Unchecked));
+      QTest::keyClick(tables, Qt::Key_Home, Qt::ControlModifier);
       press(tables, Qt::Key_Space);
       press(tables, Qt::Key_Down);
       press(tables, Qt::Key_Right, 2);
@@ -197,14 +202,11 @@ class LinkageDialogsTest : public QObject {
       press(editor, Qt::Key_Return);
       QCoreApplication::processEvents();
       press(tables, Qt::Key_Space);
-      press(tables, Qt::Key_Down, 24);
-      press(tables, Qt::Key_Space);  // EntityNumber unlinked
-      QCOMPARE(model->index(25, 0).data(Qt::CheckStateRole).toInt(), int(Qt::Unchecked));
 
       // F2 edits OccurenceNumber's row-link name; the close box keeps the
       // edit still open.
       rows->setFocus();
-      press(rows, Qt::Key_Down, 26);
+      QCOMPARE(rows->currentIndex().row(), 26);
       press(rows, Qt::Key_Right, 2);
       press(rows, Qt::Key_F2);
       editor = qobject_cast<QLineEdit*>(rows->indexWidget(rows->currentIndex()));
