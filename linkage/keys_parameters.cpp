@@ -69,12 +69,8 @@ void KeysParameters::FindFirst(std::string_view criteria) {
 
 void KeysParameters::Execute(schema::SchemaDatabase& db, std::string_view sql) {
   CloseRecordSet();
+  // A recordset opens on its first row and counts all its rows at once.
   rs_ = db.openRecordset(sql);
-  // Jet counts a dynaset's rows exactly only once it has been to the end.
-  if (!empty()) {
-    rs_.moveLast();
-    rs_.moveFirst();
-  }
 }
 
 void KeysParameters::Delete() { rs_.deleteRecord(); }

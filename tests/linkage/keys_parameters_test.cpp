@@ -1,8 +1,8 @@
 // Key and linkage rows on copies of both templates and on documents whose
-// rows the dialogs did not write: what the record class and the wizard's
-// questions read, what the two dialogs list and select, and that rewriting
-// a kind leaves exactly the rows shown, touches no other kind, and on
-// failure changes nothing.
+// rows the dialogs did not write: the wizard's questions, what the linkage
+// grids list, and that rewriting a kind leaves exactly the rows shown,
+// touches no other kind, and on failure changes nothing. The primary keys
+// are tested through their dialog.
 #include "linkage/keys_parameters.h"
 
 #include <algorithm>
@@ -10,8 +10,6 @@
 #include <tuple>
 
 #include "linkage/linkage_options.h"
-#include "linkage/parameters_table.h"
-#include "linkage/primary_unique_keys.h"
 #include "schema/schema_database.h"
 #include "schema_fixture.h"
 
@@ -63,7 +61,6 @@ const Rows kMstnKeys = {{"GraphicFeature", 23, {}},
 
 class KeysParametersTest : public SchemaFiles {
  protected:
-  std::string autoCadCopy() { return copyOf(VANTOR_ACAD_TEMPLATE, "acad.csd"); }
   void open(const std::string& path) {
     db_.open(path);
     attributes_ = db_.openRecordset("Select * from [GraphicAttributes]");
@@ -72,24 +69,8 @@ class KeysParametersTest : public SchemaFiles {
   schema::Recordset attributes_;
 };
 
-TEST_F(KeysParametersTest, RecordClassAndTheWizardsQuestionsOnBothTemplates) {
+TEST_F(KeysParametersTest, TheWizardsQuestionsOnBothTemplates) {
   open(templateCopy());
-  KeysParameters keys;
-  keys.Execute(db_, keysQuery(kGraphicToDbRowLink));
-  EXPECT_EQ(keys.count(), 1);
-  EXPECT_EQ(keys.ParameterType(), "GraphicToDbRowLink");
-  EXPECT_EQ(keys.AttrId(), 27);
-  EXPECT_EQ(keys.DbScaName(), "MSLINK");
-  EXPECT_EQ(keys.dbScaNameSize(), 64);
-  keys.Edit();
-  keys.setDbScaName(std::nullopt);
-  keys.Update();
-  EXPECT_EQ(keys.DbScaName(), std::nullopt);
-  keys.FindFirst("AttrId = 26");
-  EXPECT_TRUE(keys.NoMatch());
-  keys.MoveNext();
-  EXPECT_TRUE(keys.Eof());
-
   EXPECT_EQ(keyAttributeIds(db_, false), std::vector<int32_t>{23});
   EXPECT_EQ(keyAttributeIds(db_, true), (std::vector<int32_t>{27, 26}));
   EXPECT_TRUE(isUniqueKey(db_, 23, false));
@@ -100,18 +81,15 @@ TEST_F(KeysParametersTest, RecordClassAndTheWizardsQuestionsOnBothTemplates) {
   EXPECT_FALSE(isTableLinkAttribute(db_, 27));
   db_.close();
 
-  // The AutoCAD template has no linkage rows: an empty recordset moves and
-  // finds nothing, and fails nowhere.
-  open(autoCadCopy());
+  // No linkage rows: the empty recordset moves and finds nothing, quietly.
+  open(copyOf(VANTOR_ACAD_TEMPLATE, "acad.csd"));
+  KeysParameters keys;
   keys.Execute(db_, keysQuery(kGraphicToDbTableLink));
-  EXPECT_TRUE(keys.empty());
   keys.MoveFirst();
-  keys.MoveNext();
   keys.FindFirst("AttrId = 8");
-  EXPECT_TRUE(keys.NoMatch());
+  EXPECT_TRUE(keys.NoMatch() && keys.empty());
   EXPECT_EQ(keyAttributeIds(db_, false), std::vector<int32_t>{8});
   EXPECT_TRUE(keyAttributeIds(db_, true).empty());
-  EXPECT_TRUE(tableLinkAttributeIds(db_).empty());
 }
 
 TEST_F(KeysParametersTest, LinkageGridsShowTheStoredRowsAndSaveWhatTheyShow) {
@@ -149,68 +127,22 @@ TEST_F(KeysParametersTest, LinkageGridsShowTheStoredRowsAndSaveWhatTheyShow) {
                                       {"GraphicToDbRowLink", 27, "MSLINK"}}));
 }
 
-TEST_F(KeysParametersTest, PrimaryKeysSelectTheLastStoredAndWriteOneRowPerKind) {
-  const std::string path = templateCopy();
-  open(path);
-  addKey(db_, kGraphicFeature, 5);
-  addKey(db_, kGraphicFeature, 30);  // spatial: not offered, so it selects nothing
-  PrimaryUniqueKeys keys;
-  keys.load(db_, attributes_, kVektScanner);
-  ASSERT_EQ(keys.candidates().size(), 27u);
-  EXPECT_EQ(keys.candidates()[4], (schema::ListEntry{"Style", 5}));
-  EXPECT_EQ(keys.selected(PrimaryUniqueKeys::kGraphicOnly), 4u);
-  EXPECT_EQ(keys.selected(PrimaryUniqueKeys::kDbLinked), 26u);
-  EXPECT_TRUE(keys.dbLinkedKeyEnabled());
-  keys.select(PrimaryUniqueKeys::kDbLinked, 25);
-  keys.save(db_);
-  db_.close();
-  EXPECT_EQ(keysOnDisk(path), sorted({{"DbLFeatSuppGrAttr", 26, {}},
-                                      {"GraphicToDbTableLink", 26, "ENTITYNUM"},
-                                      {"GraphicToDbRowLink", 27, "MSLINK"},
-                                      {"GraphicFeature", 5, {}},
-                                      {"DbLinkedFeature", 26, {}}}));
-
-  // Any drawing scanner but the MicroStation one loses the database-linked
-  // key; nothing selected writes no row.
-  for (std::string_view scanner : {kAutoCadScanner, std::string_view()}) {
-    open(path);
-    addKey(db_, kDbLinkedFeature, 27);
-    keys.load(db_, attributes_, scanner);
-    EXPECT_EQ(keys.dbLinkedKeyEnabled(), scanner.empty());
-    keys.select(PrimaryUniqueKeys::kGraphicOnly, std::nullopt);
-    keys.save(db_);
-    db_.close();
-    EXPECT_EQ(keysOnDisk(path), sorted({{"DbLFeatSuppGrAttr", 26, {}},
-                                        {"GraphicToDbTableLink", 26, "ENTITYNUM"},
-                                        {"GraphicToDbRowLink", 27, "MSLINK"}}));
-  }
-}
-
 TEST_F(KeysParametersTest, FailuresChangeNothing) {
+  // A name longer than its column fails half way: the deleted rows return.
   const std::string path = templateCopy();
   open(path);
-  // A name longer than its column fails half way: the deleted rows return.
   LinkageOptions options;
   options.load(db_, attributes_);
   options.rows(LinkageOptions::kRowLinks)[3] = {true, "Weight", std::string(65, 'W'), 4};
   expectError([&] { options.save(db_); }, schema::err::kFieldTooSmall);
   EXPECT_EQ(db_.transactionLevel(), 0);
-
-  // A graphic attribute deleted behind the recordset's back.
-  schema::Recordset other = db_.openRecordset("select * from GraphicAttributes where AttrId = 3");
-  other.deleteRecord();
-  expectError([&] { options.load(db_, attributes_); }, schema::err::kRecordDeleted);
-  EXPECT_TRUE(options.rows(LinkageOptions::kTableLinks).empty());
   db_.close();
   EXPECT_EQ(keysOnDisk(path), sorted(kMstnKeys));
 
-  // A document without KeysParameters.
-  const std::string corpus = corpusCopy("test2V2000.mdb");
-  db_.open(corpus);
+  db_.open(corpusCopy("test2V2000.mdb"));  // no KeysParameters
   attributes_ = schema::Recordset();
-  PrimaryUniqueKeys keys;
-  expectError([&] { keys.load(db_, attributes_, kVektScanner); }, schema::err::kTableNotFound);
-  expectError([&] { keys.save(db_); }, schema::err::kTableNotFound);
+  expectError([&] { options.load(db_, attributes_); }, schema::err::kTableNotFound);
+  EXPECT_TRUE(options.rows(LinkageOptions::kTableLinks).empty());
 }
 
 }  // namespace
