@@ -7,9 +7,12 @@
 #include <QHeaderView>
 #include <QListWidget>
 #include <QTimer>
+#include <optional>
 
 #include "document/document_settings.h"
 #include "document/string_table.h"
+#include "linkage/frmDBLinkageOptions.h"
+#include "linkage/frmPrimaryUniqueKeys.h"
 #include "schema/list_entries.h"
 #include "shell/errorreport.h"
 #include "shell/frmAbout.h"
@@ -102,6 +105,10 @@ frmMain::frmMain(Options options, QWidget* parent)
   connect(ui_->mnuHelpAbout, &QAction::triggered, this, [this] { trap([this] { runAbout(); }); });
   connect(ui_->butScanBrowse, &QPushButton::clicked, this,
           [this] { trap([this] { browseScannerIniFile(); }); });
+  connect(ui_->butDBLinkageOptions, &QPushButton::clicked, this,
+          [this] { trap([this] { runDBLinkageOptions(); }); });
+  connect(ui_->butPrimaryUniqueKeys, &QPushButton::clicked, this,
+          [this] { trap([this] { runPrimaryUniqueKeys(); }); });
   // The folder and feature buttons wait for a selection in their list.
   connect(ui_->lbDirectories, &QListWidget::itemClicked, this, [this] {
     ui_->butChangeDir->setEnabled(true);
@@ -367,6 +374,35 @@ void frmMain::runAbout() {
   shell::frmAbout dialog(*prompter_, this);
   shell::installHelpKey(&dialog, *prompter_);
   dialog.exec();
+}
+
+// The linkage and key dialogs store their rows as they close; what fails
+// then is reported like any handler's failure.
+void frmMain::runKeysDialog(QDialog& dialog, int helpContext,
+                            const std::function<void(QDialog&)>& run) {
+  shell::installHelpKey(&dialog, *prompter_, helpContext);
+  if (run)
+    run(dialog);
+  else
+    dialog.exec();
+}
+
+void frmMain::runDBLinkageOptions() {
+  std::optional<Hourglass> busy(std::in_place);
+  linkage::frmDBLinkageOptions dialog(lifecycle_->database(), sharedRecordset("GraphicAttributes"),
+                                      this);
+  busy.reset();
+  dialog.setErrorSink([this](const std::exception& e) { report(e); });
+  runKeysDialog(dialog, linkage::frmDBLinkageOptions::kHelpContext, options_.runDBLinkageOptions);
+}
+
+void frmMain::runPrimaryUniqueKeys() {
+  std::optional<Hourglass> busy(std::in_place);
+  linkage::frmPrimaryUniqueKeys dialog(lifecycle_->database(), sharedRecordset("GraphicAttributes"),
+                                       scanner_.drawingScannerClass(), this);
+  busy.reset();
+  dialog.setErrorSink([this](const std::exception& e) { report(e); });
+  runKeysDialog(dialog, linkage::frmPrimaryUniqueKeys::kHelpContext, options_.runPrimaryUniqueKeys);
 }
 
 void frmMain::showHelp() { shell::ShowHelp(this, *prompter_); }

@@ -10,6 +10,7 @@
 // every control on them is disabled.
 #pragma once
 
+#include <QDialog>
 #include <QMainWindow>
 #include <QString>
 #include <array>
@@ -44,6 +45,10 @@ struct MainWindowOptions {
   std::function<document::DocumentChoice()> showNewFile;
   // Help, About; empty: the About box.
   std::function<void()> showAbout;
+  // Runs the Database Linkage Options and Primary Unique Keys dialogs once
+  // they are filled; empty: exec(). A test drives the real dialog here.
+  std::function<void(QDialog&)> runDBLinkageOptions;
+  std::function<void(QDialog&)> runPrimaryUniqueKeys;
 };
 
 class frmMain : public QMainWindow, private document::DocumentHost {
@@ -108,6 +113,9 @@ class frmMain : public QMainWindow, private document::DocumentHost {
   document::DocumentChoice runIntro();
   document::DocumentChoice runNewFile();
   void runAbout();
+  void runDBLinkageOptions();
+  void runPrimaryUniqueKeys();
+  void runKeysDialog(QDialog& dialog, int helpContext, const std::function<void(QDialog&)>& run);
   void showHelp();
 
   std::unique_ptr<Ui::frmMain> ui_;

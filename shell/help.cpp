@@ -142,14 +142,18 @@ HelpLookup systemHelpLookup() {
 }
 
 void ShowHelp(QWidget* parent, document::Prompter& prompter) {
+  ShowHelp(parent, prompter, kHelpContentsContext);
+}
+
+void ShowHelp(QWidget* parent, document::Prompter& prompter, int context) {
   try {
     const HelpLookup lookup = lookupSource() ? lookupSource()() : systemHelpLookup();
     const QString file = helpFilePath(lookup.programDir, lookup.windowsLocale);
     if (!QFileInfo(file).isFile()) return;
     if (opener())
-      opener()(parent, file, kHelpContentsContext);
+      opener()(parent, file, context);
     else
-      HelpViewer::open(file, kHelpContentsContext);
+      HelpViewer::open(file, context);
   } catch (const std::exception& error) {
     try {
       prompter.ask(QString::fromUtf8(error.what()), document::MessageStyle::Ok);
@@ -160,6 +164,10 @@ void ShowHelp(QWidget* parent, document::Prompter& prompter) {
 }
 
 void installHelpKey(QWidget* form, document::Prompter& prompter) {
+  installHelpKey(form, prompter, kHelpContentsContext);
+}
+
+void installHelpKey(QWidget* form, document::Prompter& prompter, int context) {
   // A window-wide shortcut sees F1 before the focused control does, wherever
   // the focus is, as the form's own key preview would. Two of them in one
   // window would cancel each other out as ambiguous.
@@ -169,7 +177,7 @@ void installHelpKey(QWidget* form, document::Prompter& prompter) {
   key->setObjectName(name);
   key->setContext(Qt::WindowShortcut);
   QObject::connect(key, &QShortcut::activated, form,
-                   [form, &prompter] { ShowHelp(form, prompter); });
+                   [form, &prompter, context] { ShowHelp(form, prompter, context); });
 }
 
 HelpOpener setHelpOpener(HelpOpener replacement) {

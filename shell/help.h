@@ -74,6 +74,10 @@ void ShowHelp(QWidget* parent, document::Prompter& prompter);
 // for the same form changes nothing.
 void installHelpKey(QWidget* form, document::Prompter& prompter);
 
+// The same at another topic: the dialogs that have a page of their own.
+void ShowHelp(QWidget* parent, document::Prompter& prompter, int context);
+void installHelpKey(QWidget* form, document::Prompter& prompter, int context);
+
 // Test seams. Each setter returns what it replaces; an empty function puts
 // the default back: the help viewer, and systemHelpLookup().
 using HelpOpener = std::function<void(QWidget* parent, const QString& file, int context)>;

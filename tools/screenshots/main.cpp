@@ -15,14 +15,16 @@
 #include "document/document_files.h"
 #include "document/document_settings.h"
 #include "document/scripted_prompter.h"
+#include "linkage/frmDBLinkageOptions.h"
+#include "linkage/frmPrimaryUniqueKeys.h"
 #include "schema/recordset.h"
 #include "schema/schema_database.h"
+#include "shell/HelpViewer.h"
 #include "shell/frmAbout.h"
 #include "shell/frmErrors.h"
 #include "shell/frmIntro.h"
 #include "shell/frmMain.h"
 #include "shell/frmNewFile.h"
-#include "shell/HelpViewer.h"
 #include "shell/help.h"
 
 namespace {
@@ -145,6 +147,21 @@ int main(int argc, char* argv[]) {
   about.show();
   ok &= save(about, out, "frmAbout");
   about.hide();
+
+  // The linkage and key dialogs over the sample's rows; only hidden again,
+  // so they store nothing.
+  linkage::frmDBLinkageOptions linkageOptions(window.lifecycle().database(),
+                                              window.sharedRecordset("GraphicAttributes"), &window);
+  linkageOptions.show();
+  ok &= save(linkageOptions, out, "frmDBLinkageOptions");
+  linkageOptions.hide();
+
+  linkage::frmPrimaryUniqueKeys uniqueKeys(window.lifecycle().database(),
+                                           window.sharedRecordset("GraphicAttributes"),
+                                           window.drawingScannerClass(), &window);
+  uniqueKeys.show();
+  ok &= save(uniqueKeys, out, "frmPrimaryUniqueKeys");
+  uniqueKeys.hide();
 
   // The help, as F1 opens it, on the Files tab's topic.
   const QString helpFile = QCoreApplication::applicationDirPath() + "/resdlls/0009/Vantor.HLP";
