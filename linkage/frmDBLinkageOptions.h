@@ -31,8 +31,9 @@ class frmDBLinkageOptions : public QDialog {
   Q_OBJECT
 
  public:
-  // The dialog's topic in the help.
-  static constexpr int kHelpContext = 146;
+  // F1 opens the help at its contents, as in every other form; the
+  // dialog's own topic is one link away.
+  static constexpr int kHelpContext = 131;
 
   // Fills the grids; fails, before anything is shown, as
   // LinkageOptions::load does.

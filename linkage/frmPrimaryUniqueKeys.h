@@ -27,8 +27,9 @@ class frmPrimaryUniqueKeys : public QDialog {
   Q_OBJECT
 
  public:
-  // The dialog's topic in the help.
-  static constexpr int kHelpContext = 147;
+  // F1 opens the help at its contents, as in every other form; the
+  // dialog's own topic is one link away.
+  static constexpr int kHelpContext = 131;
 
   // Fills the lists; fails, before anything is shown, as
   // PrimaryUniqueKeys::load does.

@@ -207,7 +207,7 @@ class LinkageDialogsTest : public QObject {
     };
     button("butDBLinkageOptions")->click();
     QCOMPARE(dialogsRun_, 1);
-    QCOMPARE(helpContexts_, QList<int>{146});
+    QCOMPARE(helpContexts_, QList<int>{131});
     closeDocument(Answer::Yes);
     expectKeysOnDisk(
         path, {"\"GraphicFeature\",23,", "\"DbLinkedFeature\",27,", "\"DbLFeatSuppGrAttr\",26,",
@@ -239,7 +239,7 @@ class LinkageDialogsTest : public QObject {
     };
     button("butPrimaryUniqueKeys")->click();
     QCOMPARE(dialogsRun_, 1);
-    QCOMPARE(helpContexts_, QList<int>{147});
+    QCOMPARE(helpContexts_, QList<int>{131});
     closeDocument(Answer::Yes);
     expectKeysOnDisk(
         mstn,
