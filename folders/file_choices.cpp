@@ -1,0 +1,117 @@
+#include "folders/file_choices.h"
+
+#include "document/string_table.h"
+
+using document::text;
+
+namespace folders {
+
+TabStates tabStates(long mapCount, long coordinateSystemFileCount) {
+  return {mapCount > 0 && coordinateSystemFileCount > 0, mapCount > 0};
+}
+
+FileChoices::~FileChoices() {
+  // A batch left open by a failure is committed: every row written before
+  // it stays, as each would have outside a batch.
+  try {
+    endBatch();
+  } catch (...) {
+  }
+}
+
+schema::Recordset& FileChoices::rows(FileKind kind) const {
+  return kind == FileKind::Map ? *tables_.maps : *tables_.coordinateSystemFiles;
+}
+
+QStringList FileChoices::selectedNames(FileKind kind, int16_t dirId) {
+  QStringList names;
+  schema::Recordset& rs = rows(kind);
+  if (rs.bof() && rs.eof()) return names;
+  for (rs.moveFirst(); !rs.eof(); rs.moveNext())
+    if (keyField(rs, "dirId") == dirId) names << textField(rs, "Name");
+  return names;
+}
+
+void FileChoices::add(FileKind kind, const QString& name, int16_t dirId) {
+  if (kind == FileKind::Map)
+    addRow(*tables_.maps, "mapId", {{"Name", textValue(name)}, {"dirId", int32_t(dirId)}});
+  else
+    addRow(*tables_.coordinateSystemFiles, "csfid",
+           {{"Name", textValue(name)}, {"dirId", int32_t(dirId)}});
+}
+
+std::string FileChoices::fileCriterion(const QString& name, int16_t dirId) {
+  return "Name = '" + name.toStdString() + "' AND dirId = " + std::to_string(dirId);
+}
+
+bool FileChoices::remove(FileKind kind, const QString& name, int16_t dirId) {
+  return kind == FileKind::Map ? removeMap(name, dirId) : removeCoordinateSystemFile(name, dirId);
+}
+
+bool FileChoices::removeMap(const QString& name, int16_t dirId) {
+  schema::Recordset& maps = *tables_.maps;
+  maps.findFirst(fileCriterion(name, dirId));
+  if (maps.noMatch()) return true;
+  const int mapId = keyField(maps, "mapId").value_or(0);
+  const schema::Recordset users = tables_.database->openRecordset(
+      "select * from FEATUREMaps where mapId = " + std::to_string(mapId));
+  if (users.recordCount() > 0) {
+    prompter_.ask(mapInUseMessage(name), document::MessageStyle::Ok);
+    return false;
+  }
+  maps.deleteRecord();
+  return true;
+}
+
+bool FileChoices::removeCoordinateSystemFile(const QString& name, int16_t dirId) {
+  schema::Recordset& files = *tables_.coordinateSystemFiles;
+  files.findFirst(fileCriterion(name, dirId));
+  if (files.noMatch()) return true;
+  const int csfid = keyField(files, "csfid").value_or(0);
+  tables_.maps->findFirst(keyCriterion("csfid", csfid));
+  const bool byMaps = !tables_.maps->noMatch();
+  const bool byFeatures =
+      tables_.database->openRecordset("select * from Features where csfid = " +
+                                      std::to_string(csfid))
+          .recordCount() > 0;
+  if (byMaps || byFeatures) {
+    prompter_.ask(coordinateSystemInUseMessage(name, byMaps, byFeatures),
+                  document::MessageStyle::Ok);
+    return false;
+  }
+  files.deleteRecord();
+  return true;
+}
+
+TabStates FileChoices::tabs() const {
+  return tabStates(tables_.maps->recordCount(), tables_.coordinateSystemFiles->recordCount());
+}
+
+void FileChoices::beginBatch() {
+  if (batch_) return;
+  tables_.database->beginTrans();
+  batch_ = true;
+}
+
+void FileChoices::endBatch() {
+  if (!batch_) return;
+  batch_ = false;
+  tables_.database->commitTrans();
+}
+
+QString FileChoices::mapInUseMessage(const QString& name) {
+  return text(5108) + u' ' + name + QStringLiteral(". ") + text(5109);
+}
+
+QString FileChoices::coordinateSystemInUseMessage(const QString& name, bool byMaps,
+                                                  bool byFeatures) {
+  QString message = text(5110) + u' ' + name + QStringLiteral(". ") + text(5101);
+  if (byMaps) message += u' ' + text(5102);
+  if (byFeatures) {
+    if (byMaps) message += u' ' + text(5103);
+    message += u' ' + text(5111);
+  }
+  return message + u'.';
+}
+
+}  // namespace folders
