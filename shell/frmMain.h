@@ -29,6 +29,8 @@ class frmMain;
 }
 
 namespace shell {
+class CoordinateSystemsTab;
+class FilesTab;
 class QtPrompter;
 }
 
@@ -44,6 +46,9 @@ struct MainWindowOptions {
   std::function<document::DocumentChoice()> showNewFile;
   // Help, About; empty: the About box.
   std::function<void()> showAbout;
+  // The Select Folder dialog, opened on a path; returns the chosen folder,
+  // "" for Cancel. Empty: frmDir.
+  std::function<QString(const QString& initialPath)> showFolder;
 };
 
 class frmMain : public QMainWindow, private document::DocumentHost {
@@ -76,6 +81,10 @@ class frmMain : public QMainWindow, private document::DocumentHost {
   // elsewhere (after the Feature Definition Wizard).
   void requery();
 
+  // The wiring of the Files and Coordinate Systems tabs.
+  shell::FilesTab& filesTab() { return *filesTab_; }
+  shell::CoordinateSystemsTab& coordinateSystemsTab() { return *csTab_; }
+
  protected:
   void showEvent(QShowEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
@@ -97,7 +106,10 @@ class frmMain : public QMainWindow, private document::DocumentHost {
 
   void openSharedRecordsets(schema::SchemaDatabase& database);
   void closeSharedRecordsets();
-  void fillFolderList();
+  void createFolderTabs();
+  // Coordinate Systems and Feature Definition, by what the tables hold.
+  void enableTabsByTables();
+  QString runFolderDialog(const QString& initialPath);
   void fillFeatureList();
   void fillScannerOptions();
   void readScannerOptions();
@@ -120,5 +132,8 @@ class frmMain : public QMainWindow, private document::DocumentHost {
   std::array<schema::Recordset, kSharedTables.size()> shared_;
   linkage::ParametersTable parameters_;
   linkage::ScannerOptions scanner_;
+  // After the recordsets they borrow.
+  std::unique_ptr<shell::FilesTab> filesTab_;
+  std::unique_ptr<shell::CoordinateSystemsTab> csTab_;
   bool activated_ = false;
 };
