@@ -52,15 +52,22 @@ bool FileChoices::removeMap(const QString& name, int16_t dirId) {
   schema::Recordset& maps = *tables_.maps;
   maps.findFirst(fileCriterion(name, dirId));
   if (maps.noMatch()) return true;
-  const int mapId = keyField(maps, "mapId").value_or(0);
-  const schema::Recordset users = tables_.database->openRecordset(
-      "select * from FEATUREMaps where mapId = " + std::to_string(mapId));
-  if (users.recordCount() > 0) {
+  if (mapInUse(keyField(maps, "mapId").value_or(0))) {
     prompter_.ask(mapInUseMessage(name), document::MessageStyle::Ok);
     return false;
   }
   maps.deleteRecord();
   return true;
+}
+
+bool FileChoices::mapInUse(int mapId) {
+  // Filtering the whole table for each map would read every link each
+  // time; a find narrows to the map's links through the index.
+  schema::Recordset once;
+  schema::Recordset& links = batch_ ? featureMaps_ : once;
+  if (!links.isOpen()) links = tables_.database->openRecordset("select * from FEATUREMaps");
+  links.findFirst(keyCriterion("mapId", mapId));
+  return !links.noMatch();
 }
 
 bool FileChoices::removeCoordinateSystemFile(const QString& name, int16_t dirId) {
@@ -96,6 +103,7 @@ void FileChoices::beginBatch() {
 void FileChoices::endBatch() {
   if (!batch_) return;
   batch_ = false;
+  featureMaps_.close();
   tables_.database->commitTrans();
 }
 

@@ -58,12 +58,16 @@ class FileChoices {
  private:
   schema::Recordset& rows(FileKind kind) const;
   bool removeMap(const QString& name, int16_t dirId);
+  // Whether a feature class uses the map: a FeatureMaps row found through
+  // the table's index on mapId. A batch keeps the recordset open.
+  bool mapInUse(int mapId);
   bool removeCoordinateSystemFile(const QString& name, int16_t dirId);
   static std::string fileCriterion(const QString& name, int16_t dirId);
 
   FolderTables tables_;
   document::Prompter& prompter_;
   bool batch_ = false;
+  schema::Recordset featureMaps_;  // open during a batch
 };
 
 }  // namespace folders

@@ -64,6 +64,7 @@ CoordinateSystemsTab::CoordinateSystemsTab(Ui::frmMain& ui, TabHost host)
   // The bookmark is how a row finds its map again; it means nothing to read.
   grid->setColumnHidden(AssociationModel::kBookmark, true);
   grid->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+  grid->verticalHeader()->setDefaultSectionSize(grid->fontMetrics().height() + 8);
 
   connect(ui_.optSameCS, &QRadioButton::clicked, this,
           [this] { host_.trap([this] { chooseSame(); }); });

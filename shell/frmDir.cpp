@@ -6,6 +6,8 @@
 #include <QFileSystemModel>
 #include <QFocusEvent>
 #include <QKeyEvent>
+#include <QScrollBar>
+#include <QTimer>
 
 #include "folders/folder_dialog.h"
 #include "shell/help.h"
@@ -35,6 +37,22 @@ frmDir::frmDir(document::Prompter& prompter, QWidget* parent)
             selected_ = model_->filePath(current);
             ui_->tbSelectedPath->setText(selected_);
           });
+  // The model reads folders in the background and inserts and sorts rows
+  // as they come, which moves the folder shown away from view: it is
+  // brought back each time, until the user moves about the tree.
+  const auto follow = [this] {
+    if (!following_) return;
+    QTimer::singleShot(0, this, [this] {
+      if (following_)
+        ui_->Dir1->scrollTo(ui_->Dir1->currentIndex(), QAbstractItemView::PositionAtCenter);
+    });
+  };
+  connect(model_, &QFileSystemModel::rowsInserted, this, follow);
+  connect(model_, &QFileSystemModel::layoutChanged, this, follow);
+  connect(ui_->Dir1->verticalScrollBar(), &QScrollBar::actionTriggered, this,
+          [this] { following_ = false; });
+  ui_->Dir1->installEventFilter(this);
+  ui_->Dir1->viewport()->installEventFilter(this);
   ui_->tbSelectedPath->installEventFilter(this);
   connect(ui_->butOk, &QPushButton::clicked, this, &frmDir::accept);
   connect(ui_->butCancel, &QPushButton::clicked, this, &frmDir::reject);
@@ -54,7 +72,8 @@ void frmDir::showFolder(const QString& folder) {
   ui_->Dir1->setRootIndex(model_->setRootPath(mount));
   const QModelIndex at = model_->index(folder);
   ui_->Dir1->setCurrentIndex(at);
-  ui_->Dir1->scrollTo(at);
+  ui_->Dir1->scrollTo(at, QAbstractItemView::PositionAtCenter);
+  following_ = true;
   selected_ = folder;
   ui_->tbSelectedPath->setText(folder);
 }
@@ -74,6 +93,12 @@ bool frmDir::takeTypedPath() {
 }
 
 bool frmDir::eventFilter(QObject* watched, QEvent* event) {
+  if (watched == ui_->Dir1 || watched == ui_->Dir1->viewport()) {
+    const QEvent::Type type = event->type();
+    if (type == QEvent::KeyPress || type == QEvent::MouseButtonPress || type == QEvent::Wheel)
+      following_ = false;
+    return QDialog::eventFilter(watched, event);
+  }
   if (watched != ui_->tbSelectedPath) return QDialog::eventFilter(watched, event);
   if (event->type() == QEvent::KeyPress) {
     const int key = static_cast<QKeyEvent*>(event)->key();

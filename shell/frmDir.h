@@ -53,6 +53,8 @@ class frmDir : public QDialog {
   QFileSystemModel* model_;
   QStringList mountPoints_;
   QString selected_;
+  // Whether the tree keeps the folder showFolder() put there in view.
+  bool following_ = false;
   bool ok_ = false;
   bool checking_ = false;  // the message box must not start a second check
 };
