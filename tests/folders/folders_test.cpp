@@ -248,6 +248,28 @@ class FoldersTest : public QObject {
     QCOMPARE(files.tabs(), (TabStates{false, false}));
   }
 
+  void aKeyBeyondSixteenBitsWritesNothing() {
+    rs_ = {};
+    db_.close();
+    {
+      auto engine = jet::Database::openFile(file_.toStdString(), true);
+      while (engine->takeAutoNumber(engine->table("Maps")) < 32767) {
+      }
+      engine->flush();
+    }
+    db_.open(file_.toStdString());
+    reopen();
+    FileChoices files(tables(), prompter_);
+    try {
+      files.add(FileKind::Map, "late.dgn", 1);
+      QFAIL("a key the forms cannot hold was written");
+    } catch (const schema::EngineError& e) {
+      QCOMPARE(e.number(), 6);
+    }
+    QCOMPARE(rs_[1].recordCount(), 0L);
+    QCOMPARE(rowsOnDisk(file_, "Maps"), size_t(0));
+  }
+
   void aBatchReachesTheDiskOnceAtItsEnd() {
     FolderList folders(tables(), prompter_);
     const int16_t dir = folders.add("/maps")->id;
