@@ -80,8 +80,8 @@ void makeDocument(const QString& path, const QStringList& realFolders, int maps,
   const jet::TableDef& files = db->table("CoordinateSystemFiles");
   const jet::TableDef& mapRows = db->table("Maps");
   for (int d = 1; d <= kFolders; ++d) {
-    const QString folder = d <= realFolders.size() ? realFolders[d - 1]
-                                                   : QString("/srv/cad/area_%1/dgn").arg(d);
+    const QString folder =
+        d <= realFolders.size() ? realFolders[d - 1] : QString("/srv/cad/area_%1/dgn").arg(d);
     db->insertRow(dirs, {std::monostate{}, folder.toStdString()});
     db->insertRow(files, {std::monostate{}, "area_" + std::to_string(d) + ".csf", int32_t(d)});
   }
@@ -93,11 +93,10 @@ void makeDocument(const QString& path, const QStringList& realFolders, int maps,
     db->insertRow(mapRows, {std::monostate{}, std::string(name), int32_t(d), int32_t(d)});
   }
   if (featureMaps > 0) {
-    db->insertRow(db->table("Features"), {std::monostate{}, std::string("Sheets"), int32_t(1),
-                                          false, int32_t(1)});
+    db->insertRow(db->table("Features"),
+                  {std::monostate{}, std::string("Sheets"), int32_t(1), false, int32_t(1)});
     const jet::TableDef& links = db->table("FeatureMaps");
-    for (int i = 0; i < featureMaps; ++i)
-      db->insertRow(links, {int32_t(1), int32_t(1 + i % maps)});
+    for (int i = 0; i < featureMaps; ++i) db->insertRow(links, {int32_t(1), int32_t(1 + i % maps)});
   }
   db->flush();
 }
@@ -196,7 +195,8 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  const QString root = base + QString("/bench_files_tabs.%1").arg(QCoreApplication::applicationPid());
+  const QString root =
+      base + QString("/bench_files_tabs.%1").arg(QCoreApplication::applicationPid());
   const QString temp = root + "/tmp";
   try {
     std::fprintf(stderr, "making the folders and documents in %s ...\n", qPrintable(root));
@@ -230,7 +230,8 @@ int main(int argc, char** argv) {
         expect(available->count() == kScanFiles, "the chooser lists the folder");
         auto* tabs = w.the<QTabWidget>("SSTab1");
         refreshMs.push_back(timed([&] { tabs->setCurrentIndex(1); }));
-        expect(w.the<QTableView>("tdbgCS")->model()->rowCount() == kMaps, "the grid holds every map");
+        expect(w.the<QTableView>("tdbgCS")->model()->rowCount() == kMaps,
+               "the grid holds every map");
         expect(w.the<QRadioButton>("optDiffCS")->isChecked(), "the maps differ");
       }
       {
@@ -275,7 +276,8 @@ int main(int argc, char** argv) {
         exportMs.push_back(double(clock.nsecsElapsed()) / 1e6);
       }
     }
-    std::string out = "| figure | median of " + std::to_string(reps) + " | min – max (ms) | goal | result |\n";
+    std::string out =
+        "| figure | median of " + std::to_string(reps) + " | min – max (ms) | goal | result |\n";
     out += "|---|---:|---:|---:|:-:|\n";
     out += row("scan a folder of 30,000 files into the chooser (Enter in the extensions box)",
                scanMs, 500);

@@ -63,9 +63,8 @@ MoveOverStringControl::MoveOverStringControl(QWidget* parent)
   connect(ui_->butSelect, &QPushButton::clicked, this, [this, highlighted] {
     trapped(highlighted(ui_->AvailableList), [this] { copyAcross(Scope::Highlighted); });
   });
-  connect(ui_->butSelectAll, &QPushButton::clicked, this, [this] {
-    trapped(ui_->AvailableList->count(), [this] { copyAcross(Scope::Every); });
-  });
+  connect(ui_->butSelectAll, &QPushButton::clicked, this,
+          [this] { trapped(ui_->AvailableList->count(), [this] { copyAcross(Scope::Every); }); });
   connect(ui_->butUnSelect, &QPushButton::clicked, this, [this, highlighted] {
     trapped(highlighted(ui_->SelectedList), [this] { removeHighlighted(); });
   });

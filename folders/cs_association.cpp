@@ -37,8 +37,7 @@ void CoordinateSystemAssociation::refresh() {
   // One distinct value, a Null among them, means every map shares it.
   std::optional<int16_t> shared;
   {
-    schema::Recordset distinct =
-        tables_.database->openRecordset("select distinct csfid from maps");
+    schema::Recordset distinct = tables_.database->openRecordset("select distinct csfid from maps");
     mode_ = distinct.recordCount() == 1 ? Mode::Same : Mode::Different;
     if (mode_ == Mode::Same) shared = keyField(distinct, "csfid");
   }

@@ -78,8 +78,8 @@ bool FileChoices::removeCoordinateSystemFile(const QString& name, int16_t dirId)
   tables_.maps->findFirst(keyCriterion("csfid", csfid));
   const bool byMaps = !tables_.maps->noMatch();
   const bool byFeatures =
-      tables_.database->openRecordset("select * from Features where csfid = " +
-                                      std::to_string(csfid))
+      tables_.database
+          ->openRecordset("select * from Features where csfid = " + std::to_string(csfid))
           .recordCount() > 0;
   if (byMaps || byFeatures) {
     prompter_.ask(coordinateSystemInUseMessage(name, byMaps, byFeatures),
@@ -113,13 +113,7 @@ QString FileChoices::mapInUseMessage(const QString& name) {
 
 QString FileChoices::coordinateSystemInUseMessage(const QString& name, bool byMaps,
                                                   bool byFeatures) {
-  QString message = text(5110) + u' ' + name + QStringLiteral(". ") + text(5101);
-  if (byMaps) message += u' ' + text(5102);
-  if (byFeatures) {
-    if (byMaps) message += u' ' + text(5103);
-    message += u' ' + text(5111);
-  }
-  return message + u'.';
+  return inUseMessage(text(5110) + u' ' + name, byMaps, byFeatures, 5111);
 }
 
 }  // namespace folders

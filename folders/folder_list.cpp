@@ -47,13 +47,7 @@ bool FolderList::askToChangeMissing() {
 }
 
 QString FolderList::inUseMessage(bool byMaps, bool byCoordinateSystemFiles) {
-  QString message = text(5100) + QStringLiteral(". ") + text(5101);
-  if (byMaps) message += u' ' + text(5102);
-  if (byCoordinateSystemFiles) {
-    if (byMaps) message += u' ' + text(5103);
-    message += u' ' + text(5104);
-  }
-  return message + u'.';
+  return folders::inUseMessage(text(5100), byMaps, byCoordinateSystemFiles, 5104);
 }
 
 }  // namespace folders

@@ -64,8 +64,7 @@ QStringList extensionPatterns(const QString& extensions) {
 
 bool wildcardMatch(QStringView pattern, QStringView name) {
   if (matchWhole(pattern, name)) return true;
-  return pattern.endsWith(u".*") && !name.contains(u'.') &&
-         matchWhole(pattern.chopped(2), name);
+  return pattern.endsWith(u".*") && !name.contains(u'.') && matchWhole(pattern.chopped(2), name);
 }
 
 ScanResult scanFolder(const QString& folder, const QString& extensions) {

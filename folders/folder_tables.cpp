@@ -2,6 +2,7 @@
 
 #include <variant>
 
+#include "document/string_table.h"
 #include "schema/engine_error.h"
 
 namespace folders {
@@ -42,6 +43,17 @@ int16_t addRow(schema::Recordset& rs, std::string_view key,
     rs.update();
   });
   return id;
+}
+
+QString inUseMessage(const QString& failure, bool byMaps, bool byOther, int otherText) {
+  using document::text;
+  QString message = failure + QStringLiteral(". ") + text(5101);
+  if (byMaps) message += u' ' + text(5102);
+  if (byOther) {
+    if (byMaps) message += u' ' + text(5103);
+    message += u' ' + text(otherText);
+  }
+  return message + u'.';
 }
 
 void changeField(schema::Recordset& rs, std::string_view field, jet::Value value) {

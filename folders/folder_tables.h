@@ -40,6 +40,11 @@ int16_t addRow(schema::Recordset& rs, std::string_view key,
 // the pending change.
 void changeField(schema::Recordset& rs, std::string_view field, jet::Value value);
 
+// The refusal of a deletion, naming what still uses the row: failure, ". In
+// use by", " maps" when maps do, " and" when both do, " " + the other user
+// (a numbered text) when it does, and ".".
+QString inUseMessage(const QString& failure, bool byMaps, bool byOther, int otherText);
+
 inline jet::Value textValue(const QString& s) { return s.toStdString(); }
 // A criterion "field = n", the way the forms build them.
 inline std::string keyCriterion(std::string_view field, int n) {

@@ -59,8 +59,8 @@ CoordinateSystemsTab::CoordinateSystemsTab(Ui::frmMain& ui, TabHost host)
   header->setSectionResizeMode(AssociationModel::kMap, QHeaderView::Stretch);
   header->setSectionResizeMode(AssociationModel::kFile, QHeaderView::Stretch);
   header->setSectionResizeMode(AssociationModel::kCsId, QHeaderView::Fixed);
-  header->resizeSection(AssociationModel::kCsId, header->fontMetrics().horizontalAdvance(
-                                                     QStringLiteral("CS Id 12345")));
+  header->resizeSection(AssociationModel::kCsId,
+                        header->fontMetrics().horizontalAdvance(QStringLiteral("CS Id 12345")));
   // The bookmark is how a row finds its map again; it means nothing to read.
   grid->setColumnHidden(AssociationModel::kBookmark, true);
   grid->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);

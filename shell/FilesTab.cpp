@@ -36,8 +36,7 @@ FilesTab::FilesTab(Ui::frmMain& ui, TabHost host)
   // one again reads it again, as its first click did. Focus alone, which
   // makes an entry current without selecting it, chooses nothing.
   connect(ui_.lbDirectories, &QListWidget::itemSelectionChanged, this, [this] {
-    if (QListWidgetItem* item = selectedFolder())
-      host_.trap([this, item] { selectFolder(item); });
+    if (QListWidgetItem* item = selectedFolder()) host_.trap([this, item] { selectFolder(item); });
   });
   connect(ui_.lbDirectories, &QListWidget::itemClicked, this, [this](QListWidgetItem* item) {
     if (item == pressedOn_) host_.trap([this, item] { selectFolder(item); });
@@ -126,8 +125,7 @@ void FilesTab::measureFolder(const QString& path) {
 }
 
 void FilesTab::newFolder() {
-  const QString path =
-      host_.chooseFolder(lastFolder_.isEmpty() ? QDir::homePath() : lastFolder_);
+  const QString path = host_.chooseFolder(lastFolder_.isEmpty() ? QDir::homePath() : lastFolder_);
   const std::optional<schema::ListEntry> entry = folders_.add(path);
   if (!entry) return;
   addFolderEntry(*entry);
@@ -214,14 +212,18 @@ void FilesTab::fillSelected(FileKind kind) {
 void FilesTab::connectChooser(FileKind kind) {
   controls::MoveOverStringControl* files = chooser(kind);
   // The chooser waits for each handler: they must run at once.
-  connect(files, &controls::MoveOverStringControl::MoveStarted, this,
-          [this](int count) { moveStarted(count); }, Qt::DirectConnection);
-  connect(files, &controls::MoveOverStringControl::ItemSelected, this,
-          [this, kind] { fileOffered(kind, true); }, Qt::DirectConnection);
-  connect(files, &controls::MoveOverStringControl::ItemUnSelected, this,
-          [this, kind] { fileOffered(kind, false); }, Qt::DirectConnection);
-  connect(files, &controls::MoveOverStringControl::MoveFinished, this,
-          [this] { moveFinished(); }, Qt::DirectConnection);
+  connect(
+      files, &controls::MoveOverStringControl::MoveStarted, this,
+      [this](int count) { moveStarted(count); }, Qt::DirectConnection);
+  connect(
+      files, &controls::MoveOverStringControl::ItemSelected, this,
+      [this, kind] { fileOffered(kind, true); }, Qt::DirectConnection);
+  connect(
+      files, &controls::MoveOverStringControl::ItemUnSelected, this,
+      [this, kind] { fileOffered(kind, false); }, Qt::DirectConnection);
+  connect(
+      files, &controls::MoveOverStringControl::MoveFinished, this, [this] { moveFinished(); },
+      Qt::DirectConnection);
 }
 
 void FilesTab::moveStarted(int count) {

@@ -133,8 +133,7 @@ void frmDir::reject() {
   QDialog::reject();
 }
 
-QString runFolderDialog(QWidget* parent, document::Prompter& prompter,
-                        const QString& initialPath) {
+QString runFolderDialog(QWidget* parent, document::Prompter& prompter, const QString& initialPath) {
   frmDir dialog(prompter, parent);
   if (!initialPath.isEmpty()) dialog.setInitialPath(initialPath);
   dialog.exec();

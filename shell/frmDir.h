@@ -61,7 +61,6 @@ class frmDir : public QDialog {
 
 // Runs frmDir modally, opened on initialPath (the home folder when empty),
 // and returns its selected path.
-QString runFolderDialog(QWidget* parent, document::Prompter& prompter,
-                        const QString& initialPath);
+QString runFolderDialog(QWidget* parent, document::Prompter& prompter, const QString& initialPath);
 
 }  // namespace shell

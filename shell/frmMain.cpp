@@ -9,8 +9,8 @@
 
 #include "document/document_settings.h"
 #include "document/string_table.h"
-#include "schema/list_entries.h"
 #include "folders/file_choices.h"
+#include "schema/list_entries.h"
 #include "shell/CoordinateSystemsTab.h"
 #include "shell/FilesTab.h"
 #include "shell/busy.h"
@@ -281,8 +281,8 @@ void frmMain::createFolderTabs() {
   shell::TabHost host;
   host.window = this;
   host.prompter = prompter_;
-  host.tables = {&lifecycle_->database(), &sharedRecordset("Directories"),
-                 &sharedRecordset("Maps"), &sharedRecordset("CoordinateSystemFiles")};
+  host.tables = {&lifecycle_->database(), &sharedRecordset("Directories"), &sharedRecordset("Maps"),
+                 &sharedRecordset("CoordinateSystemFiles")};
   host.trap = [this](const std::function<void()>& handler) { trap(handler); };
   host.chooseFolder = [this](const QString& initialPath) { return runFolderDialog(initialPath); };
   host.tablesChanged = [this] { trap([this] { enableTabsByTables(); }); };

@@ -167,9 +167,8 @@ class FoldersTest : public QObject {
     db_.open(file_.toStdString());
     reopen();
     QCOMPARE(folders.entries(),
-             (std::vector<schema::ListEntry>{{"/data/O'Brien maps ", a},
-                                             {"/data/moved", b},
-                                             {"/data/c", c}}));
+             (std::vector<schema::ListEntry>{
+                 {"/data/O'Brien maps ", a}, {"/data/moved", b}, {"/data/c", c}}));
     FileChoices files(tables(), prompter_);
     QCOMPARE(files.selectedNames(FileKind::Map, b), QStringList{"r.dgn"});
 
@@ -204,8 +203,8 @@ class FoldersTest : public QObject {
     const int32_t featureFile = std::get<int32_t>(rs_[2].field("csfid"));
     rs_[2].findFirst("dirId = " + std::to_string(one));
     const int32_t mapFile = std::get<int32_t>(rs_[2].field("csfid"));
-    const int32_t fea = insert("Features", "feaId",
-                               {{"Name", std::string("Roads")}, {"csfid", featureFile}});
+    const int32_t fea =
+        insert("Features", "feaId", {{"Name", std::string("Roads")}, {"csfid", featureFile}});
     insert("FeatureMaps", nullptr, {{"feaId", fea}, {"mapId", usedMap}});
     rs_[1].findFirst("dirId = " + std::to_string(one));
     rs_[1].edit();
@@ -219,9 +218,10 @@ class FoldersTest : public QObject {
              (QStringList{"Unable to delete map roads.dgn. It is used by a feature.",
                           "Unable to delete coordinate system file utm.csf. In use by maps.",
                           "Unable to delete coordinate system file utm.csf. In use by features."}));
-    QCOMPARE(FileChoices::coordinateSystemInUseMessage("nad27.csf", true, true),
-             QStringLiteral(
-                 "Unable to delete coordinate system file nad27.csf. In use by maps and features."));
+    QCOMPARE(
+        FileChoices::coordinateSystemInUseMessage("nad27.csf", true, true),
+        QStringLiteral(
+            "Unable to delete coordinate system file nad27.csf. In use by maps and features."));
 
     // A quote in the name is not escaped: the find fails, nothing goes.
     try {

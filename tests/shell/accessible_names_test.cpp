@@ -117,7 +117,8 @@ class AccessibleNamesTest : public QObject {
     due.start("Setting the coordinate system of every map...", 4);
     due.advance(3);
     QVERIFY(due.dialog() && due.dialog()->isVisible());
-    QCOMPARE(due.dialog()->labelText(), QStringLiteral("Setting the coordinate system of every map..."));
+    QCOMPARE(due.dialog()->labelText(),
+             QStringLiteral("Setting the coordinate system of every map..."));
     QCOMPARE(due.dialog()->value(), 3);
     due.finish();
     QCOMPARE(due.dialog(), nullptr);

@@ -156,8 +156,8 @@ class FrmMainTest : public QObject {
   QString folder(const QString& name, const QStringList& files) {
     const QString path = file(name);
     QDir().mkpath(path);
-    for (const QString& f : files) f.endsWith('/') ? void(QDir().mkpath(path + "/" + f))
-                                                   : touch(path + "/" + f);
+    for (const QString& f : files)
+      f.endsWith('/') ? void(QDir().mkpath(path + "/" + f)) : touch(path + "/" + f);
     return path;
   }
 
@@ -183,8 +183,8 @@ class FrmMainTest : public QObject {
                               {{"Name", std::string("utm33.csf")}, {"dirId", dirId}});
     const int32_t other = add("Directories", "dirId", {{"Path", std::string("/data/other")}});
     add("CoordinateSystemFiles", "csfid", {{"Name", std::string("nad27.csf")}, {"dirId", other}});
-    const int32_t roads = add("Maps", "mapId",
-                              {{"Name", std::string("roads.dgn")}, {"dirId", dirId}, {"csfid", csfid}});
+    const int32_t roads = add(
+        "Maps", "mapId", {{"Name", std::string("roads.dgn")}, {"dirId", dirId}, {"csfid", csfid}});
     add("Maps", "mapId", {{"Name", std::string("rivers.dgn")}, {"dirId", dirId}, {"csfid", csfid}});
     const int32_t fea =
         add("Features", "feaId", {{"Name", std::string("Roads")}, {"csfid", csfid}});
@@ -221,7 +221,8 @@ class FrmMainTest : public QObject {
     QCoreApplication::processEvents();
   }
   void newDocument(DocumentKind kind = DocumentKind::MicroStation) {
-    newFileChoice_ = {kind, kind == DocumentKind::MicroStation ? mstnTemplate() : autoCadTemplate()};
+    newFileChoice_ = {kind,
+                      kind == DocumentKind::MicroStation ? mstnTemplate() : autoCadTemplate()};
     action("mnuFileNew")->trigger();
     QVERIFY(window_->lifecycle().isOpen());
   }
@@ -251,9 +252,7 @@ class FrmMainTest : public QObject {
     QCOMPARE(tabs()->currentIndex(), index);
   }
   // A control's own switch, whatever its tab says.
-  bool ownEnabled(const char* name) {
-    return !control(name)->testAttribute(Qt::WA_ForceDisabled);
-  }
+  bool ownEnabled(const char* name) { return !control(name)->testAttribute(Qt::WA_ForceDisabled); }
   void click(const char* name) { QTest::mouseClick(control<QPushButton>(name), Qt::LeftButton); }
   QListWidget* folders() { return control<QListWidget>("lbDirectories"); }
   // A list or button of one of the Files tab's choosers.
@@ -465,8 +464,7 @@ class FrmMainTest : public QObject {
     clickTab(1);
     QVERIFY(control<QRadioButton>("optDiffCS")->isChecked());
     closeWith(Answer::Yes);
-    QCOMPARE(mdbExport(path, "Maps"),
-             (QStringList{"1,\"roads.dgn\",1,1", "2,\"rivers.dgn\",1,2"}));
+    QCOMPARE(mdbExport(path, "Maps"), (QStringList{"1,\"roads.dgn\",1,1", "2,\"rivers.dgn\",1,2"}));
     QCOMPARE(mdbReader(path, "Maps", {"mapId", "Name", "dirId", "csfid"}),
              (QStringList{"1|roads.dgn|1|1", "2|rivers.dgn|1|2"}));
   }

@@ -20,13 +20,13 @@
 #include "document/scripted_prompter.h"
 #include "schema/recordset.h"
 #include "schema/schema_database.h"
+#include "shell/HelpViewer.h"
 #include "shell/frmAbout.h"
 #include "shell/frmDir.h"
 #include "shell/frmErrors.h"
 #include "shell/frmIntro.h"
 #include "shell/frmMain.h"
 #include "shell/frmNewFile.h"
-#include "shell/HelpViewer.h"
 #include "shell/help.h"
 
 namespace {
