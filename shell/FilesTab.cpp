@@ -4,7 +4,6 @@
 #include <QFileInfo>
 #include <QFocusEvent>
 #include <QFontMetrics>
-#include <QMouseEvent>
 #include <QSignalBlocker>
 
 #include "document/string_table.h"
