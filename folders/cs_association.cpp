@@ -1,6 +1,5 @@
 #include "folders/cs_association.h"
 
-#include <variant>
 
 #include "document/string_table.h"
 #include "folders/folder_scan.h"
@@ -14,12 +13,6 @@ template <typename F>
 void forEachRow(schema::Recordset& rs, F&& f) {
   if (rs.bof() && rs.eof()) return;
   for (rs.moveFirst(); !rs.eof(); rs.moveNext()) f();
-}
-
-std::optional<int32_t> longField(const schema::Recordset& rs, std::string_view field) {
-  const jet::Value v = rs.field(field);
-  if (const auto* k = std::get_if<int32_t>(&v)) return *k;
-  return std::nullopt;
 }
 
 }  // namespace

@@ -27,8 +27,10 @@ QStringList FileChoices::selectedNames(FileKind kind, int16_t dirId) {
   QStringList names;
   schema::Recordset& rs = rows(kind);
   if (rs.bof() && rs.eof()) return names;
+  // Compared as stored: other folders' keys are none of this folder's
+  // business, whatever their size.
   for (rs.moveFirst(); !rs.eof(); rs.moveNext())
-    if (keyField(rs, "dirId") == dirId) names << textField(rs, "Name");
+    if (longField(rs, "dirId") == dirId) names << textField(rs, "Name");
   return names;
 }
 

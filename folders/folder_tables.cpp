@@ -27,6 +27,12 @@ QString textField(const schema::Recordset& rs, std::string_view field) {
   return s ? QString::fromStdString(*s) : QString();
 }
 
+std::optional<int32_t> longField(const schema::Recordset& rs, std::string_view field) {
+  const jet::Value v = rs.field(field);
+  if (const auto* k = std::get_if<int32_t>(&v)) return *k;
+  return std::nullopt;
+}
+
 std::optional<int16_t> keyField(const schema::Recordset& rs, std::string_view field) {
   const jet::Value v = rs.field(field);
   if (const auto* k = std::get_if<int32_t>(&v)) return schema::toInteger16(*k);

@@ -27,6 +27,8 @@ struct FolderTables {
 
 // A text field of the current row; Null reads as "".
 QString textField(const schema::Recordset& rs, std::string_view field);
+// A Long field of the current row; nullopt for Null.
+std::optional<int32_t> longField(const schema::Recordset& rs, std::string_view field);
 // A key field of the current row as the forms hold it (6 "Overflow" above
 // 32767); nullopt for Null.
 std::optional<int16_t> keyField(const schema::Recordset& rs, std::string_view field);
