@@ -248,9 +248,7 @@ std::string runTool(const std::vector<std::string>& args, const TempDir& dir) {
   return out;
 }
 
-std::string dumpScript() {
-  return (std::filesystem::path(__FILE__).parent_path().parent_path() / "node" / "dump.mjs").string();
-}
+std::string dumpScript() { return VANTOR_DUMP_SCRIPT; }
 
 // Records of mdb-export's output, header dropped; a record ends at a
 // newline outside quotes (OLE bytes and memos may hold newlines).

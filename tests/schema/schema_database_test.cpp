@@ -2,6 +2,10 @@
 // what reaches the disk when.
 #include "schema/schema_database.h"
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <fstream>
 
 #include "schema_fixture.h"
@@ -32,42 +36,52 @@ int32_t add(SchemaDatabase& db, const std::string& table,
   return std::holds_alternative<int32_t>(first) ? std::get<int32_t>(first) : 0;
 }
 
-TEST_F(SchemaDatabaseTest, LockFileHeldWhileOpenAndRemovedOnClose) {
+// A second writer is refused with 3045 naming the holder while the holder
+// lives, and never blocked by the lock file of one that was killed.
+TEST_F(SchemaDatabaseTest, LockKeepsOtherWritersOutButNeverADeadOne) {
   std::string path = templateCopy("CSD1A2B.tmp");
-  std::string lock = SchemaDatabase::lockFilePath(path);
+  std::string lock = DocumentLock::lockFilePath(path);
   EXPECT_EQ(lock, (dir_ / "CSD1A2B.ldb").string());
 
   SchemaDatabase db;
   db.open(path);
-  ASSERT_TRUE(std::filesystem::exists(lock));
-  EXPECT_NE(readAll(lock).find(' '), std::string::npos) << "pid and host";
-
-  // A second program (or a second database object) is refused while the
-  // first runs, and the first's lock and work are untouched.
+  const std::string pid = "pid=" + std::to_string(::getpid());
+  EXPECT_NE(readAll(lock).find(pid), std::string::npos);
   SchemaDatabase other;
-  expectError([&] { other.open(path); }, err::kCannotOpenFile);
-  EXPECT_FALSE(other.isOpen());
-  ASSERT_FALSE(other.errors().empty());
-  EXPECT_EQ(other.errors()[0].number, err::kCannotOpenFile);
-  EXPECT_TRUE(std::filesystem::exists(lock));
+  expectError([&] { other.open(path); }, err::kFileInUse);
+  EXPECT_NE(other.errors().at(0).description.find("process " + std::to_string(::getpid())),
+            std::string::npos);
   add(db, "Directories", {{"Path", std::string("/maps")}});
-
   db.close();
   EXPECT_FALSE(std::filesystem::exists(lock));
-  EXPECT_TRUE(faultsOnDisk(path).empty());
   db.close();  // closing twice is harmless
 
-  // A lock left by a process that is gone is taken over; one from another
-  // host cannot be judged and is respected.
-  std::string host = readAll("/proc/sys/kernel/hostname");
-  host = host.substr(0, host.find('\n'));
-  writeFile(lock, "2147483646 " + host + "\n");
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    DocumentLock held = DocumentLock::acquire(path, LockHolder::self());
+    (void)!::write(ready[1], "x", 1);
+    ::pause();
+    ::_exit(0);
+  }
+  char byte;
+  ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+  expectError([&] { other.open(path); }, err::kFileInUse);
+  EXPECT_NE(other.errors().at(0).description.find("process " + std::to_string(child)),
+            std::string::npos);
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  ::close(ready[0]);
+  ::close(ready[1]);
+  ASSERT_TRUE(std::filesystem::exists(lock)) << "a killed holder leaves its lock file";
   other.open(path);
-  EXPECT_NE(readAll(lock).rfind("2147483646", 0), 0u);
-  other.close();
-  writeFile(lock, "1 some-other-host\n");
-  expectError([&] { other.open(path); }, err::kCannotOpenFile);
-  EXPECT_TRUE(std::filesystem::exists(lock)) << "another host's lock is left alone";
+  EXPECT_NE(readAll(lock).find(pid), std::string::npos) << "taken over";
+  // Reading needs no lock, and writes nothing.
+  SchemaDatabase reader;
+  reader.openReadOnly(path);
+  Recordset rs = reader.openRecordset("select * from Directories");
+  expectError([&] { rs.addNew(); }, err::kReadOnly);
 }
 
 TEST_F(SchemaDatabaseTest, OpenFailuresNameTheFileAndLeaveNoLock) {
@@ -78,7 +92,7 @@ TEST_F(SchemaDatabaseTest, OpenFailuresNameTheFileAndLeaveNoLock) {
   std::string junk = (dir_ / "junk.csd").string();
   writeFile(junk, std::string(8192, 'x'));
   expectError([&] { db.open(junk); }, err::kUnrecognizedFormat);
-  EXPECT_FALSE(std::filesystem::exists(SchemaDatabase::lockFilePath(junk)));
+  EXPECT_FALSE(std::filesystem::exists(DocumentLock::lockFilePath(junk)));
   ASSERT_FALSE(db.errors().empty());
   EXPECT_NE(db.errors()[0].description.find(junk), std::string::npos);
 
