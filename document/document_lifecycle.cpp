@@ -31,6 +31,12 @@ QString describe(const schema::EngineError& e) { return QString::fromStdString(e
 
 std::string native(const QString& path) { return QFile::encodeName(path).toStdString(); }
 
+// A description as the first sentence of a message: engine texts end with
+// their own full stop, file errors do not.
+QString sentence(const QString& description) {
+  return description.endsWith(QLatin1Char('.')) ? description : description + QLatin1Char('.');
+}
+
 }  // namespace
 
 DocumentLifecycle::DocumentLifecycle(Prompter& prompter, DocumentHost& host, QString programPath,
@@ -129,7 +135,7 @@ CloseOutcome DocumentLifecycle::close() {
 CloseOutcome DocumentLifecycle::closeFailed(QString description) {
   for (;;) {
     const Answer answer =
-        prompter_.ask(description + QLatin1Char('.') + kCrLf + text(5039), MessageStyle::YesNo);
+        prompter_.ask(sentence(description) + kCrLf + text(5039), MessageStyle::YesNo);
     if (answer != Answer::Yes) {
       try {
         database_.close();
@@ -217,7 +223,7 @@ bool DocumentLifecycle::openFrom(const QString& source, const QString& documentP
     const QString description = file     ? file->description()
                                 : engine ? describe(*engine)
                                          : QString::fromUtf8(e.what());
-    prompter_.ask(description + QLatin1Char('.') + kCrLf + text(5037) + QLatin1Char(' ') + source +
+    prompter_.ask(sentence(description) + kCrLf + text(5037) + QLatin1Char(' ') + source +
                       QLatin1Char(' ') + text(5038) + QLatin1Char(' ') + workingCopy +
                       QLatin1Char('.'),
                   MessageStyle::Ok);

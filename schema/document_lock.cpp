@@ -95,6 +95,14 @@ std::string readAll(int fd) {
       errorText(err::kCouldNotLockFile) + " " + lockPath + ": " + std::strerror(errno) + ".");
 }
 
+[[noreturn]] void inUse(const std::string& path, const std::string& lockPath,
+                        const std::optional<LockHolder>& holder) {
+  std::string text = errorText(err::kFileInUse, {path});
+  text += holder ? " It is open in " + holder->describe() + "."
+                 : " Another program holds its lock file " + lockPath + ".";
+  throw EngineError::withText(err::kFileInUse, sources::kWorkspace, text);
+}
+
 }  // namespace
 
 LockHolder LockHolder::self(std::string document) {
@@ -162,7 +170,7 @@ DocumentLock DocumentLock::acquire(const std::string& path, const LockHolder& ho
   const char* name = lock.lockPath_.c_str();
   // A holder that lets go between our open and our flock has removed the
   // file we opened; then we try again on the one that is there now.
-  for (int attempt = 0; attempt < 8; ++attempt) {
+  for (int attempt = 0; attempt < 50; ++attempt) {
     int fd = ::open(name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
     // Another user's lock file in a shared folder: flock needs no write
     // access, only the record of who holds it stays the old one.
@@ -183,10 +191,7 @@ DocumentLock DocumentLock::acquire(const std::string& path, const LockHolder& ho
       ::close(fd);
       errno = why;
       if (why != EWOULDBLOCK) cannotLock(lock.lockPath_);
-      std::string text = errorText(err::kFileInUse, {path});
-      text += other ? " It is open in " + other->describe() + "."
-                    : " Another program holds its lock file " + lock.lockPath_ + ".";
-      throw EngineError::withText(err::kFileInUse, sources::kWorkspace, text);
+      inUse(path, lock.lockPath_, other);
     }
     struct stat opened {
     }, named{};
@@ -203,8 +208,8 @@ DocumentLock DocumentLock::acquire(const std::string& path, const LockHolder& ho
     }
     return lock;
   }
-  errno = EAGAIN;
-  cannotLock(lock.lockPath_);
+  // Others keep taking it in turn, faster than we can look.
+  inUse(path, lock.lockPath_, std::nullopt);
 }
 
 std::optional<DocumentLock::Abandoned> DocumentLock::abandoned(const std::string& path) {

@@ -116,7 +116,7 @@ TEST(Sql, PrecedenceLiteralsAndNames) {
   EXPECT_EQ(criteria("y < -2.5"), "(y < -2.5)");
   EXPECT_EQ(criteria("- x = 1"), "((-x) = 1)");
   EXPECT_EQ(criteria("t.[My Field] = 1 and [Maps].[Name] = \"dq\"\"x\""),
-            "((t.My Field = 1) AND (Maps.Name = 'dq\"x'))");
+            "((t.[My Field] = 1) AND (Maps.Name = 'dq\"x'))");
 
   // Whole numbers that fit a Long are Longs; the rest Doubles.
   auto literalOf = [](const std::string& text) { return parseCriteria(text)->right->value; };
