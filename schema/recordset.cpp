@@ -100,12 +100,12 @@ class JoinedRow : public RowSource, public FieldCatalog {
 };
 
 // The values a read-only result may hold before the query is refused, Jet's
-// "System resource exceeded": some hundreds of megabytes.
-constexpr size_t kMaxResultValues = size_t{4} << 20;
+// "System resource exceeded": a hundred megabytes or so.
+constexpr size_t kMaxResultValues = size_t{2} << 20;
 // Combinations of rows looked at before a join is refused as too complex;
 // an equality between tables is looked up, not searched, so only joins the
 // WHERE clause barely limits come near it.
-constexpr uint64_t kMaxJoinSteps = uint64_t{20} << 20;
+constexpr uint64_t kMaxJoinSteps = uint64_t{4} << 20;
 
 // Finds the rows of a join without building the product of its tables: a
 // depth-first walk that binds one table's row at a time and tests each
