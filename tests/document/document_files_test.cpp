@@ -63,11 +63,6 @@ class DocumentFilesTest : public QObject {
     // A full folder: all 65536 names taken is rare, but the search must end.
   }
 
-  void lockFileDiffersInTheLastThreeCharacters() {
-    QCOMPARE(lockFilePath("/tmp/CSD1A2B.tmp"), QStringLiteral("/tmp/CSD1A2B.ldb"));
-    QCOMPARE(lockFilePath("/a/b.csd"), QStringLiteral("/a/b.ldb"));
-  }
-
   void copyOverwritesInPlace() {
     QTemporaryDir dir;
     const QString from = dir.filePath("from.csd"), to = dir.filePath("to.csd");
@@ -182,16 +177,6 @@ class DocumentFilesTest : public QObject {
              QDir(VANTOR_TEMPLATE_DIR).canonicalPath());
     QVERIFY(QFileInfo::exists(QString(VANTOR_TEMPLATE_DIR) + '/' + kMstnTemplate));
     QVERIFY(QFileInfo::exists(QString(VANTOR_TEMPLATE_DIR) + '/' + kAutoCadTemplate));
-  }
-
-  void removeIfExistsLeavesOthers() {
-    QTemporaryDir dir;
-    write(dir.filePath("a"), "1");
-    write(dir.filePath("b"), "2");
-    removeIfExists(dir.filePath("a"));
-    removeIfExists(dir.filePath("never"));
-    removeIfExists(QString());
-    QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{"b"});
   }
 };
 
