@@ -415,23 +415,4 @@ TEST(IndexKey, IndexesItCannotKeepAreRefusedWithAReason) {
   EXPECT_NE(reason(kJet3Format, tableOf(kJet3Format, {cyrillic})).find("1251"), std::string::npos);
 }
 
-TEST(IndexKey, ValuesThatDoNotFitTheirColumnAreRejected) {
-  auto kind = [](uint8_t type, const Value& v) {
-    try {
-      keyOf(kJet4Format, type, true, v);
-    } catch (const JetError& e) {
-      return e.kind();
-    }
-    return JetError::Kind::kIo;  // stands for "no error"
-  };
-  EXPECT_EQ(kind(coltype::kByte, 256), JetError::Kind::kInvalid);
-  EXPECT_EQ(kind(coltype::kInteger, 40000), JetError::Kind::kInvalid);
-  EXPECT_EQ(kind(coltype::kLong, std::string("12")), JetError::Kind::kInvalid);
-  EXPECT_EQ(kind(coltype::kText, 12), JetError::Kind::kInvalid);
-  EXPECT_EQ(kind(coltype::kDouble, 1.0f), JetError::Kind::kInvalid);
-  EXPECT_EQ(kind(coltype::kByte, 255), JetError::Kind::kIo);
-  TableDef t = tableOf(kJet4Format, {columnOf(coltype::kLong), columnOf(coltype::kLong)});
-  EXPECT_THROW(encodeIndexKey(kJet4Format, t, indexOn({true}), {Value{1}}), JetError);
-}
-
 }  // namespace
