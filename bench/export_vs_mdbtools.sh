@@ -7,13 +7,13 @@
 #
 # With no FILE it takes every corpus file over 200 KiB plus the generated ones. Settings, from the
 # environment:
-#   CORPUS    the corpus folder               (default ../shared/jet-corpus)
+#   CORPUS    the corpus folder               (default tests/data/jet-corpus)
 #   RUNS      repetitions per tool and file   (default 20; more when 20 take under a second)
 #   LARGE_MB  size of each generated file     (default 32; 0 skips them)
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-CORPUS=${CORPUS:-../shared/jet-corpus}
+CORPUS=${CORPUS:-tests/data/jet-corpus}
 RUNS=${RUNS:-20}
 LARGE_MB=${LARGE_MB:-32}
 MIN_KIB=200

@@ -4,11 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRandomGenerator>
 #include <QStringList>
 #include <cerrno>
+#include <stdexcept>
+
+#include "schema/document_lock.h"
+#include "schema/engine_error.h"
 
 namespace document {
 
@@ -155,22 +160,24 @@ void copyFile(const QString& source, const QString& destination) {
 
 void replaceFile(const QString& source, const QString& destination) {
   if (source.isEmpty() || destination.isEmpty()) fail(52);
-  // Through a link the file it points at is replaced; the link stays.
-  const QFileInfo link(destination);
-  const QString target = link.isSymLink() ? link.symLinkTarget() : destination;
-  const QByteArray targetName = native(target);
-
+  // Through a chain of links the file at its end is replaced; the links stay.
+  QByteArray targetName;
+  try {
+    targetName = QByteArray::fromStdString(schema::resolveLinks(native(destination).toStdString()));
+  } catch (const std::runtime_error&) {
+    fail(75);
+  }
   struct stat existing {};
   const bool exists = ::stat(targetName.constData(), &existing) == 0;
   if (exists && S_ISDIR(existing.st_mode)) fail(75);
-  // A document the user may not write stays as it is, even where the
-  // folder would let it be replaced.
-  if (exists && ::access(targetName.constData(), W_OK) != 0) fail(numberForErrno(errno, false));
+  // A read-only document stays as it is, even where the folder would let it
+  // be replaced.
+  if (exists && schema::isReadOnlyFile(targetName.toStdString())) fail(70);
 
   Fd in(::open(native(source).constData(), O_RDONLY | O_CLOEXEC));
   if (in.get() < 0) fail(numberForErrno(errno, true));
 
-  const QFileInfo info(target);
+  const QFileInfo info(QFile::decodeName(targetName));
   QByteArray pattern = native(info.absolutePath() + QStringLiteral("/.") + info.fileName() +
                               QStringLiteral(".XXXXXX"));
   Fd out(::mkostemp(pattern.data(), O_CLOEXEC));
@@ -185,7 +192,17 @@ void replaceFile(const QString& source, const QString& destination) {
     }
   } partial{pattern};
 
-  ::fchmod(out.get(), exists ? (existing.st_mode & 07777) : 0666 & ~currentUmask());
+  if (exists) {
+    // The document keeps its owner where we may give it away, else at least
+    // its group; the mode after, as a change of owner clears set-id bits.
+    if (::fchown(out.get(), existing.st_uid, existing.st_gid) != 0 &&
+        ::fchown(out.get(), static_cast<uid_t>(-1), existing.st_gid) != 0) {
+      // Ours now: only root may give a file to another user.
+    }
+    ::fchmod(out.get(), existing.st_mode & 07777);
+  } else {
+    ::fchmod(out.get(), 0666 & ~currentUmask());
+  }
   copyContents(in.get(), out.get());
   if (!out.release()) fail(numberForErrno(errno, false));
   if (::rename(pattern.constData(), targetName.constData()) != 0)
@@ -194,6 +211,67 @@ void replaceFile(const QString& source, const QString& destination) {
   // The rename itself is only durable once the folder is synced.
   Fd folder(::open(native(info.absolutePath()).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder.get() >= 0) ::fsync(folder.get());
+}
+
+namespace {
+
+// A lock left behind by this program, as this user, on this host.
+bool leftByUs(const std::optional<schema::DocumentLock::Abandoned>& lock) {
+  if (!lock || !lock->holder) return false;
+  const schema::LockHolder me = schema::LockHolder::self();
+  const schema::LockHolder& them = *lock->holder;
+  return them.program == me.program && them.user == me.user && them.host == me.host;
+}
+
+}  // namespace
+
+QList<AbandonedCopy> findAbandonedCopies(const QString& folder) {
+  QList<AbandonedCopy> found;
+  const QDir dir(folder);
+  const QDateTime settled = QDateTime::currentDateTime().addSecs(-60);
+  const QFileInfoList files =
+      dir.entryInfoList({QStringLiteral("CSD????.tmp"), QStringLiteral("CSD????.ldb")},
+                        QDir::Files | QDir::Hidden, QDir::Time | QDir::Reversed);
+  for (const QFileInfo& file : files) {
+    if (file.ownerId() != ::geteuid()) continue;
+    const QString path = file.absoluteFilePath();
+    if (file.suffix() == QLatin1String("ldb")) {
+      // A lock nobody holds whose copy is gone: the copy was closed or
+      // discarded when its editor stopped.
+      const QString copy = path.chopped(3) + QStringLiteral("tmp");
+      if (!QFileInfo::exists(copy) && schema::DocumentLock::abandoned(native(copy).toStdString()))
+        QFile::remove(path);
+      continue;
+    }
+    const auto lock = schema::DocumentLock::abandoned(native(path).toStdString());
+    if (!QFileInfo::exists(lockFilePath(path))) {
+      if (file.lastModified() < settled) QFile::remove(path);
+      continue;
+    }
+    if (!leftByUs(lock)) continue;
+    found.append({path, QFile::decodeName(QByteArray::fromStdString(lock->holder->document)),
+                  file.lastModified()});
+  }
+  return found;
+}
+
+void discardAbandonedCopy(const AbandonedCopy& copy) {
+  try {
+    // Taken first, so a copy somebody reopened meanwhile is left alone.
+    schema::DocumentLock lock =
+        schema::DocumentLock::acquire(native(copy.path).toStdString(), schema::LockHolder::self());
+    QFile::remove(copy.path);
+  } catch (const schema::EngineError&) {
+    return;
+  }
+  if (copy.document.isEmpty()) return;
+  const std::string document = native(copy.document).toStdString();
+  if (!leftByUs(schema::DocumentLock::abandoned(document))) return;
+  try {
+    schema::DocumentLock::acquire(document, schema::LockHolder::self()).release();
+  } catch (const schema::EngineError&) {
+    // Somebody opened the document meanwhile: the lock is theirs now.
+  }
 }
 
 void removeIfExists(const QString& path) {

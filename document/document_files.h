@@ -6,6 +6,8 @@
 // because the user reads the description in the lifecycle's messages.
 #pragma once
 
+#include <QDateTime>
+#include <QList>
 #include <QString>
 #include <stdexcept>
 
@@ -39,11 +41,31 @@ void copyFile(const QString& source, const QString& destination);
 
 // Saves source as destination without ever leaving a half-written
 // destination: the copy goes to a hidden file beside it, is synced and then
-// renamed over it. An existing destination keeps its permissions; through a
-// symbolic link the file linked to is replaced. A destination the user may
-// not write is refused with 70 even where its folder is writable, and a
-// folder in its place with 75. The same numbers as copyFile otherwise.
+// renamed over it. An existing destination keeps its permissions and, where
+// the user may give it, its owner; through a chain of symbolic links the file
+// at its end is replaced. A read-only destination (schema::isReadOnlyFile)
+// is refused with 70 even where its folder is writable, a folder in its place
+// or a loop of links with 75. The same numbers as copyFile otherwise.
 void replaceFile(const QString& source, const QString& destination);
+
+// A working copy left by an editor that ended without closing it (killed,
+// crashed, the machine switched off): its lock file names this program, user
+// and host, and nobody holds the lock any more.
+struct AbandonedCopy {
+  QString path;      // the working copy
+  QString document;  // the document it is a copy of; empty for a new one
+  QDateTime modified;
+};
+
+// The abandoned working copies in folder, oldest first. On the way it
+// removes the remains that hold no work: a working copy without a lock file
+// (never opened, or closed when its editor stopped) once it is a minute old,
+// and a lock file nobody holds without its working copy.
+QList<AbandonedCopy> findAbandonedCopies(const QString& folder);
+
+// Deletes an abandoned working copy with its lock file, and the lock file
+// its editor left beside the document.
+void discardAbandonedCopy(const AbandonedCopy& copy);
 
 // Deletes the file if it exists; a file that cannot be deleted is left.
 void removeIfExists(const QString& path);

@@ -1,6 +1,8 @@
 #include "document/document_lifecycle.h"
 
+#include <QFile>
 #include <QFileInfo>
+#include <QLocale>
 #include <utility>
 
 #include "document/document_files.h"
@@ -27,6 +29,14 @@ class Busy {
 
 QString describe(const schema::EngineError& e) { return QString::fromStdString(e.description()); }
 
+std::string native(const QString& path) { return QFile::encodeName(path).toStdString(); }
+
+// A description as the first sentence of a message: engine texts end with
+// their own full stop, file errors do not.
+QString sentence(const QString& description) {
+  return description.endsWith(QLatin1Char('.')) ? description : description + QLatin1Char('.');
+}
+
 }  // namespace
 
 DocumentLifecycle::DocumentLifecycle(Prompter& prompter, DocumentHost& host, QString programPath,
@@ -50,6 +60,7 @@ void DocumentLifecycle::startUp(const QString& commandLine,
                                 const std::function<DocumentChoice()>& showIntro) {
   if (started_) return;
   started_ = true;
+  if (offerRecovery()) return;
   DocumentChoice choice{DocumentKind::Existing, commandLine};
   if (commandLine.isEmpty()) choice = showIntro();
   if (choice.path.isEmpty()) return;
@@ -68,8 +79,16 @@ bool DocumentLifecycle::showOpened(DocumentKind kind) {
     return false;
   }
   host_.setCloseEnabled(true);
-  setCaption(captionFor(kind_, documentPath_));
+  showCaption();
   return true;
+}
+
+void DocumentLifecycle::showCaption() {
+  QString caption = recovered_ && documentPath_.isEmpty()
+                        ? text(2018) + QStringLiteral(" - ") + text(5136)
+                        : captionFor(kind_, documentPath_);
+  if (readOnly_) caption += QLatin1Char(' ') + text(5131);
+  setCaption(caption);
 }
 
 CloseOutcome DocumentLifecycle::close() {
@@ -81,8 +100,12 @@ CloseOutcome DocumentLifecycle::close() {
     if (answer == Answer::Cancel) return CloseOutcome::Cancelled;
     save = answer == Answer::Yes;
     // A cancelled save dialog leaves the path empty; the copy below then
-    // fails and the user is offered another name.
-    if (save && documentPath_.isEmpty()) documentPath_ = prompter_.saveFile(saveDialogRequest());
+    // fails and the user is offered another name. A document opened
+    // read-only is saved under another name only.
+    if (save && (documentPath_.isEmpty() || readOnly_)) {
+      documentPath_ = prompter_.saveFile(saveDialogRequest());
+      readOnly_ = false;
+    }
   }
   try {
     if (open_) {
@@ -92,7 +115,7 @@ CloseOutcome DocumentLifecycle::close() {
     }
     if (save) {
       DocumentSettings::setRecentFile(documentPath_);
-      replaceFile(workingCopy_, documentPath_);
+      saveTo(documentPath_);
     }
   } catch (const FileError& e) {
     return closeFailed(e.description());
@@ -103,6 +126,7 @@ CloseOutcome DocumentLifecycle::close() {
   host_.setCloseEnabled(false);
   workingCopy_.clear();
   documentPath_.clear();
+  recovered_ = false;
   setCaption(text(2018));
   host_.clearStep();
   return CloseOutcome::Closed;
@@ -111,7 +135,7 @@ CloseOutcome DocumentLifecycle::close() {
 CloseOutcome DocumentLifecycle::closeFailed(QString description) {
   for (;;) {
     const Answer answer =
-        prompter_.ask(description + QLatin1Char('.') + kCrLf + text(5039), MessageStyle::YesNo);
+        prompter_.ask(sentence(description) + kCrLf + text(5039), MessageStyle::YesNo);
     if (answer != Answer::Yes) {
       try {
         database_.close();
@@ -125,16 +149,19 @@ CloseOutcome DocumentLifecycle::closeFailed(QString description) {
     const QString name = prompter_.saveFile(saveDialogRequest());
     if (!name.isEmpty()) {
       try {
-        replaceFile(workingCopy_, name);
+        saveTo(name);
       } catch (const FileError& e) {
         // The other name failed too: the same question again.
         description = e.description();
+        continue;
+      } catch (const schema::EngineError& e) {
+        description = describe(e);
         continue;
       }
     }
     // The close is abandoned: the document is open again on its working copy.
     try {
-      if (!database_.isOpen()) database_.open(workingCopy_.toStdString());
+      if (!database_.isOpen()) database_.open(native(workingCopy_));
       open_ = true;
       host_.openStep(database_);
     } catch (const schema::EngineError& e) {
@@ -170,7 +197,7 @@ void DocumentLifecycle::openDocument() {
   }
   // An open document always names its file in the caption, whichever road
   // opened it.
-  setCaption(captionFor(kind_, documentPath_));
+  showCaption();
   DocumentSettings::setRecentFile(name);
 }
 
@@ -180,25 +207,41 @@ bool DocumentLifecycle::closeWindow() {
 }
 
 bool DocumentLifecycle::openFrom(const QString& source, const QString& documentPath) {
+  if (!documentPath.isEmpty() && !lockDocument(documentPath)) return false;
   QString workingCopy;
+  schema::DocumentLock copyLock;
   try {
     workingCopy = createWorkingCopy(tempFolder_);
+    // Locked before it is filled: a copy nobody holds is one the next
+    // start-up may take for abandoned.
+    copyLock = schema::DocumentLock::acquire(native(workingCopy),
+                                             schema::LockHolder::self(native(documentPath)));
     copyFile(source, workingCopy);
-  } catch (const FileError& e) {
-    prompter_.ask(e.description() + QLatin1Char('.') + kCrLf + text(5037) + QLatin1Char(' ') +
-                      source + QLatin1Char(' ') + text(5038) + QLatin1Char(' ') + workingCopy +
+  } catch (const std::exception& e) {
+    const auto* file = dynamic_cast<const FileError*>(&e);
+    const auto* engine = dynamic_cast<const schema::EngineError*>(&e);
+    const QString description = file     ? file->description()
+                                : engine ? describe(*engine)
+                                         : QString::fromUtf8(e.what());
+    prompter_.ask(sentence(description) + kCrLf + text(5037) + QLatin1Char(' ') + source +
+                      QLatin1Char(' ') + text(5038) + QLatin1Char(' ') + workingCopy +
                       QLatin1Char('.'),
                   MessageStyle::Ok);
     removeIfExists(workingCopy);
+    releaseDocument();
     return false;
   }
   workingCopy_ = workingCopy;
   documentPath_ = documentPath;
+  return openWorkingCopy(std::move(copyLock));
+}
+
+bool DocumentLifecycle::openWorkingCopy(schema::DocumentLock copyLock) {
   try {
-    database_.open(workingCopy_.toStdString());
+    database_.open(native(workingCopy_), std::move(copyLock));
   } catch (const schema::EngineError& e) {
-    // Not a schema this engine reads, or locked: nothing is opened and the
-    // copy is gone before the user reads why.
+    // Not a schema this engine reads: nothing is opened and the copy is
+    // gone before the user reads why.
     deleteWorkingCopy();
     workingCopy_.clear();
     documentPath_.clear();
@@ -209,7 +252,79 @@ bool DocumentLifecycle::openFrom(const QString& source, const QString& documentP
   return true;
 }
 
+bool DocumentLifecycle::lockDocument(const QString& path) {
+  readOnly_ = false;
+  try {
+    documentLock_ = schema::DocumentLock::acquire(native(path), schema::LockHolder::self());
+    schema::removeLeftoverTemporaries(native(path));
+    return true;
+  } catch (const schema::EngineError& e) {
+    // A folder nobody may create a lock file in is one no save can write
+    // to either: there is nothing to guard.
+    if (e.number() != schema::err::kFileInUse) return true;
+    readOnly_ =
+        prompter_.ask(describe(e) + kCrLf + kCrLf + text(5130), MessageStyle::YesNo) == Answer::Yes;
+    return readOnly_;
+  }
+}
+
+void DocumentLifecycle::saveTo(const QString& name) {
+  if (name.isEmpty()) replaceFile(workingCopy_, name);  // refused as a bad name
+  const bool ownDocument = documentLock_.held() && name == documentPath_;
+  schema::DocumentLock lock;
+  if (!ownDocument) {
+    try {
+      lock = schema::DocumentLock::acquire(native(name), schema::LockHolder::self());
+      schema::removeLeftoverTemporaries(native(name));
+    } catch (const schema::EngineError& e) {
+      // Only a file somebody has open is refused here; where no lock file
+      // can be made, the copy itself fails with the file's own reason.
+      if (e.number() == schema::err::kFileInUse) throw;
+    }
+  }
+  replaceFile(workingCopy_, name);
+}
+
+bool DocumentLifecycle::offerRecovery() {
+  for (const AbandonedCopy& copy : findAbandonedCopies(tempFolder_)) {
+    const QString document = copy.document.isEmpty() ? text(5133) : copy.document;
+    const Answer answer = prompter_.ask(
+        text(5132) + QLatin1Char(' ') + document + QStringLiteral(", ") + text(5134) +
+            QLatin1Char(' ') + QLocale::system().toString(copy.modified, QLocale::ShortFormat) +
+            QLatin1Char('.') + kCrLf + kCrLf + text(5135),
+        MessageStyle::YesNoCancel);
+    if (answer == Answer::No) discardAbandonedCopy(copy);
+    if (answer == Answer::Yes && recover(copy)) return true;
+  }
+  return false;
+}
+
+bool DocumentLifecycle::recover(const AbandonedCopy& copy) {
+  if (!copy.document.isEmpty() && !lockDocument(copy.document)) return false;
+  schema::DocumentLock copyLock;
+  try {
+    copyLock = schema::DocumentLock::acquire(native(copy.path),
+                                             schema::LockHolder::self(native(copy.document)));
+  } catch (const schema::EngineError& e) {
+    // Another editor took it up first.
+    releaseDocument();
+    host_.reportError(e.number(), describe(e));
+    return false;
+  }
+  workingCopy_ = copy.path;
+  documentPath_ = copy.document;
+  if (!openWorkingCopy(std::move(copyLock))) return false;
+  recovered_ = true;
+  return showOpened(documentPath_.isEmpty() ? DocumentKind::Other : DocumentKind::Existing);
+}
+
+void DocumentLifecycle::releaseDocument() {
+  documentLock_.release();
+  readOnly_ = false;
+}
+
 void DocumentLifecycle::deleteWorkingCopy() {
+  releaseDocument();
   if (workingCopy_.isEmpty()) return;
   removeIfExists(workingCopy_);
   removeIfExists(lockFilePath(workingCopy_));

@@ -8,6 +8,18 @@
 // main window must do (fill and empty its tabs, caption, menu entry, pointer,
 // error report) goes through the DocumentHost. No widgets are needed.
 //
+// Locking: while an existing document is open the lifecycle holds its lock
+// (schema::DocumentLock, "NAME.ldb" beside it), so neither a second editor
+// nor csdtool writes it meanwhile. A document somebody else holds is offered
+// read-only: it is edited on its working copy as usual, and saved under
+// another name only. Any other file a save writes is locked for the length
+// of the copy.
+//
+// Recovery: at start-up the working copies that an editor which died left
+// in the temporary folder are offered back, one at a time: Yes opens one as
+// the document it was a copy of, No discards it, Cancel keeps it for the
+// next start.
+//
 // Promises: while a document is open its working copy and lock file exist;
 // after a close that is not cancelled, and after a failed open, they are
 // gone. Every failure inside a road is shown to the user, never thrown out
@@ -19,7 +31,9 @@
 #include <cstdint>
 #include <functional>
 
+#include "document/document_files.h"
 #include "document/prompter.h"
+#include "schema/document_lock.h"
 #include "schema/schema_database.h"
 
 namespace document {
@@ -85,9 +99,11 @@ class DocumentLifecycle {
   DocumentLifecycle(const DocumentLifecycle&) = delete;
   DocumentLifecycle& operator=(const DocumentLifecycle&) = delete;
 
-  // First activation of the main window; later calls do nothing. A non-empty
-  // command line is the path of an existing document, as it stands;
-  // otherwise showIntro (the start-up dialog) chooses.
+  // First activation of the main window; later calls do nothing. Abandoned
+  // working copies are offered first; a recovered one stays open and ends
+  // the start-up. Otherwise a non-empty command line is the path of an
+  // existing document, as it stands, or showIntro (the start-up dialog)
+  // chooses.
   void startUp(const QString& commandLine, const std::function<DocumentChoice()>& showIntro);
 
   // File, Close. Also the first step of New, Open and closing the window.
@@ -100,6 +116,8 @@ class DocumentLifecycle {
   bool closeWindow();
 
   bool isOpen() const { return open_; }
+  // Opened while another program held the document: saved elsewhere only.
+  bool isReadOnly() const { return readOnly_; }
   DocumentKind kind() const { return kind_; }
   // The file a Yes at close writes to; empty for a new document not saved.
   const QString& documentPath() const { return documentPath_; }
@@ -131,6 +149,17 @@ class DocumentLifecycle {
 
  private:
   bool openFrom(const QString& source, const QString& documentPath);
+  bool openWorkingCopy(schema::DocumentLock copyLock);
+  // Takes the document's lock, or offers it read-only when somebody holds
+  // it; false (nothing to open) when the user declines.
+  bool lockDocument(const QString& path);
+  void releaseDocument();
+  // Copies the working copy over name, under name's lock.
+  void saveTo(const QString& name);
+  // Offers the abandoned working copies; true when one was opened.
+  bool offerRecovery();
+  bool recover(const AbandonedCopy& copy);
+  void showCaption();
   // The window's open step and caption for a database just opened; false
   // (the error reported) when the window could not take it.
   bool showOpened(DocumentKind kind);
@@ -144,8 +173,11 @@ class DocumentLifecycle {
   QString programPath_;
   QString tempFolder_;
   schema::SchemaDatabase database_;
+  schema::DocumentLock documentLock_;
   bool started_ = false;
   bool open_ = false;
+  bool readOnly_ = false;
+  bool recovered_ = false;
   DocumentKind kind_ = DocumentKind::Existing;
   QString documentPath_;
   QString workingCopy_;

@@ -38,6 +38,13 @@ inline float f32le(const uint8_t* p) {
   return f;
 }
 
+// memcpy that may be handed an empty buffer: a null pointer is undefined
+// behaviour for memcpy even with a length of 0, and an empty vector's data()
+// is null.
+inline void copyBytes(void* to, const void* from, size_t n) {
+  if (n) std::memcpy(to, from, n);
+}
+
 inline void put16le(uint8_t* p, uint16_t v) { p[0] = uint8_t(v), p[1] = uint8_t(v >> 8); }
 inline void put24le(uint8_t* p, uint32_t v) {
   p[0] = uint8_t(v), p[1] = uint8_t(v >> 8), p[2] = uint8_t(v >> 16);

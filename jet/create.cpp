@@ -12,6 +12,7 @@
 #include <set>
 #include <tuple>
 
+#include "jet/bytes.h"
 #include "jet/error.h"
 #include "jet/row_layout.h"
 #include "jet/text.h"
@@ -259,7 +260,7 @@ void writeDefinition(Database& db, uint32_t first, const std::vector<uint8_t>& d
   size_t done = std::min(def.size(), size);
   uint8_t* p = db.mutablePage(first);
   std::memset(p, 0, size);
-  std::memcpy(p, def.data(), done);
+  copyBytes(p, def.data(), done);
   put16le(p + 2, static_cast<uint16_t>(done + 8 <= size ? size - done - 8 : 0));
   uint32_t prev = first;
   while (done < def.size()) {
@@ -270,7 +271,7 @@ void writeDefinition(Database& db, uint32_t first, const std::vector<uint8_t>& d
     std::memset(q, 0, size);
     q[0] = page::kTableDef;
     q[1] = 0x01;
-    std::memcpy(q + 8, def.data() + done, chunk);
+    copyBytes(q + 8, def.data() + done, chunk);
     put16le(q + 2, static_cast<uint16_t>(size - 8 - chunk));
     done += chunk;
     prev = n;
@@ -396,10 +397,10 @@ std::vector<uint8_t> globalMapPage() {
   for (size_t bit = 2; bit < 64 * 8; ++bit) map[5 + bit / 8] |= static_cast<uint8_t>(1 << (bit % 8));
   std::vector<uint8_t> spare(kUsageMapRowSize, 0);
   uint32_t end = fmt.pageSize;
-  std::memcpy(&p[end - map.size()], map.data(), map.size());
+  copyBytes(&p[end - map.size()], map.data(), map.size());
   put16le(&p[fmt.dataRowTableOffset], static_cast<uint16_t>(end - map.size()));
   end -= static_cast<uint32_t>(map.size());
-  std::memcpy(&p[end - spare.size()], spare.data(), spare.size());
+  copyBytes(&p[end - spare.size()], spare.data(), spare.size());
   put16le(&p[fmt.dataRowTableOffset + 2], static_cast<uint16_t>(end - spare.size()));
   end -= static_cast<uint32_t>(spare.size());
   put16le(&p[fmt.dataRowCountOffset], 2);

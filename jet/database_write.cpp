@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "jet/database.h"
+#include "jet/bytes.h"
 #include "jet/error.h"
 
 namespace jet {
@@ -259,7 +260,7 @@ void Database::markGlobal(uint32_t n, bool isFree) {
     // page past the file's end marked free as before.
     uint64_t need = (n - start) / 8 + 1 + 64;
     std::vector<uint8_t> grown(5 + need, 0xFF);
-    std::memcpy(grown.data(), map.data(), map.size());
+    copyBytes(grown.data(), map.data(), map.size());
     if (!rewriteSlot(kGlobalMapPage, kGlobalMapRow, grown, 0))
       throw JetError(JetError::Kind::kUnsupported,
                      "the database has outgrown the global page map this engine keeps");
@@ -386,7 +387,7 @@ bool Database::rewriteSlot(uint32_t pageNo, unsigned row, Bytes bytes, uint16_t 
   uint32_t end = fmt_->pageSize;
   for (unsigned r = 0; r < count; ++r) {
     uint32_t start = end - static_cast<uint32_t>(rows[r].size());
-    std::memcpy(p + start, rows[r].data(), rows[r].size());
+    copyBytes(p + start, rows[r].data(), rows[r].size());
     put16le(p + fmt_->dataRowTableOffset + 2 * r, static_cast<uint16_t>(start | rowFlags[r]));
     end = start;
   }
@@ -405,7 +406,7 @@ int Database::appendSlot(uint32_t pageNo, Bytes bytes, uint16_t flags) {
   uint32_t start = end - static_cast<uint32_t>(bytes.size());
   if (start < fmt_->dataRowTableOffset + 2 * (count + 1)) return -1;
   uint8_t* p = mutablePage(pageNo);
-  std::memcpy(p + start, bytes.data(), bytes.size());
+  copyBytes(p + start, bytes.data(), bytes.size());
   put16le(p + fmt_->dataRowTableOffset + 2 * count, static_cast<uint16_t>(start | flags));
   put16le(p + fmt_->dataRowCountOffset, static_cast<uint16_t>(count + 1));
   put16le(p + fmt_->dataFreeSpaceOffset, static_cast<uint16_t>(freeSpace - bytes.size() - 2));

@@ -15,6 +15,7 @@
 #include <set>
 
 #include "jet/database.h"
+#include "jet/bytes.h"
 #include "jet/error.h"
 
 namespace jet {
@@ -372,7 +373,7 @@ class Editor {
     uint8_t* region = p + fmt_.indexEntryMaskOffset + fmt_.indexEntryMaskSize;
     std::memmove(region + off + len, region + off, used - off);
     const Entry& e = es[at];
-    std::memcpy(region + off, e.key.data() + prefix, e.key.size() - prefix);
+    copyBytes(region + off, e.key.data() + prefix, e.key.size() - prefix);
     put24be(region + off + e.key.size() - prefix, e.row.page);
     region[off + e.key.size() - prefix + 3] = e.row.row;
     uint8_t* mask = p + fmt_.indexEntryMaskOffset;
@@ -421,7 +422,7 @@ class Editor {
       const size_t keyLen = e.key.size() - skip;
       if (out + keyLen + ptr > end)
         throw JetError(JetError::Kind::kInvalid, "index entry too large for a page");
-      std::memcpy(out, e.key.data() + skip, keyLen);
+      copyBytes(out, e.key.data() + skip, keyLen);
       out += keyLen;
       put24be(out, e.row.page);
       out[3] = e.row.row;

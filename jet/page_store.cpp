@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "jet/bytes.h"
 #include "jet/error.h"
 
 namespace jet {
@@ -88,12 +89,12 @@ MemoryStore::MemoryStore(std::vector<uint8_t> bytes, std::string name)
 void MemoryStore::read(uint64_t offset, std::span<uint8_t> out) {
   if (offset > bytes_.size() || out.size() > bytes_.size() - offset)
     throwIo(name_, "read of " + rangeText(offset, out.size()) + " past end of file");
-  std::memcpy(out.data(), bytes_.data() + offset, out.size());
+  copyBytes(out.data(), bytes_.data() + offset, out.size());
 }
 
 void MemoryStore::write(uint64_t offset, std::span<const uint8_t> data) {
   if (offset + data.size() > bytes_.size()) bytes_.resize(offset + data.size());
-  std::memcpy(bytes_.data() + offset, data.data(), data.size());
+  copyBytes(bytes_.data() + offset, data.data(), data.size());
 }
 
 void FaultyStore::read(uint64_t offset, std::span<uint8_t> out) {

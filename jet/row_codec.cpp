@@ -1,5 +1,6 @@
 #include "jet/row_codec.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -30,9 +31,13 @@ int32_t wholeInRange(const ColumnDef& c, const Value& v, double lo, double hi) {
   if (!asNumber(v, d)) badValue(c, std::string("a ") + typeName(c.type) + " needs a number");
   if (!std::isfinite(d) || d != std::floor(d))
     badValue(c, "a " + std::string(typeName(c.type)) + " needs a whole number");
-  if (d < lo || d > hi)
-    badValue(c, "value " + std::to_string(static_cast<long long>(d)) + " does not fit a " +
+  if (d < lo || d > hi) {
+    // Printed as the double it is: 1e300 has no integer to be cast to.
+    char text[32];
+    const auto printed = std::to_chars(text, text + sizeof text, d);
+    badValue(c, "value " + std::string(text, printed.ptr) + " does not fit a " +
                     typeName(c.type));
+  }
   return static_cast<int32_t>(d);
 }
 
@@ -182,7 +187,7 @@ std::vector<uint8_t> encodeFixedOrText(const Format& fmt, const ColumnDef& c, co
       if (c.isFixed()) {
         if (t.size() > out.size()) badValue(c, "text does not fit the fixed-length column");
         // Fixed-length text is padded with spaces.
-        std::memcpy(p, t.data(), t.size());
+        copyBytes(p, t.data(), t.size());
         for (size_t i = t.size(); i + 1 < out.size(); i += 2) p[i] = ' ', p[i + 1] = 0;
         return out;
       }
@@ -191,7 +196,7 @@ std::vector<uint8_t> encodeFixedOrText(const Format& fmt, const ColumnDef& c, co
     case coltype::kBinary: {
       const Blob& b = std::get<Blob>(v);
       if (c.isFixed()) {
-        std::memcpy(p, b.data(), std::min(b.size(), out.size()));
+        copyBytes(p, b.data(), std::min(b.size(), out.size()));
         return out;
       }
       return b;
@@ -227,7 +232,7 @@ std::vector<uint8_t> assembleRow(const Format& fmt, const TableDef& t,
     if (cell.present) mask[c.number / 8] |= static_cast<uint8_t>(1 << (c.number % 8));
     if (c.isFixed()) {
       if (cell.present && c.type != coltype::kBoolean)
-        std::memcpy(row.data() + countSize + c.fixedOffset, cell.bytes.data(), cell.bytes.size());
+        copyBytes(row.data() + countSize + c.fixedOffset, cell.bytes.data(), cell.bytes.size());
     } else if (c.varIndex < t.varColumns) {
       bySlot[c.varIndex] = &cell;
     }

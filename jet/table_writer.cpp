@@ -4,6 +4,7 @@
 #include <random>
 
 #include "jet/database.h"
+#include "jet/bytes.h"
 #include "jet/error.h"
 #include "jet/index_key.h"
 #include "jet/row_codec.h"
@@ -210,7 +211,7 @@ std::vector<uint8_t> Database::writeLongValue(const TableDef& t, const ColumnDef
     size_t from = k * chunk, n = std::min(chunk, len - from);
     std::vector<uint8_t> row(4 + n);
     put32le(row.data(), next);
-    std::memcpy(row.data() + 4, data.data() + from, n);
+    copyBytes(row.data() + 4, data.data() + from, n);
     next = place(row).pack();
   }
   put32le(header.data(), static_cast<uint32_t>(len));

@@ -25,10 +25,12 @@ constexpr Message kMessages[] = {
     {err::kReadOnly, "Cannot update. Database or object is read-only."},
     {err::kNoTransaction,
      "You tried to commit or rollback a transaction without first beginning a transaction."},
+    {err::kSystemResourceExceeded, "System resource exceeded."},
     {err::kDiskError, "Disk or network error."},
     {err::kInvalidPath,
      "'|' isn't a valid path. Make sure that the path name is spelled correctly and that you "
      "are connected to the server on which the file resides."},
+    {err::kFileInUse, "Could not use '|'; file already in use."},
     {err::kCouldNotLockFile, "Could not lock file."},
     {err::kCannotOpenFile,
      "The Microsoft Jet database engine cannot open the file '|'. It is already opened "
@@ -67,6 +69,7 @@ constexpr Message kMessages[] = {
      "is set to True. Enter a value in this field."},
     {err::kNotUpdatable, "This Recordset is not updateable."},
     {err::kUnrecognizedFormat, "Unrecognized database format '|'."},
+    {err::kQueryTooComplex, "Query is too complex."},
     {err::kObjectInvalid, "Object invalid or no longer set."},
     {err::kConversionError, "Data type conversion error."},
     {err::kIncompleteQueryClause, "Syntax error in query. Incomplete query clause."},

@@ -19,19 +19,12 @@ const char* sourceOf(ExprContext ctx) {
   throw EngineError(err::kTypeMismatchInCriteria, sourceOf(ctx));
 }
 
-void collectFields(const Expr& e, std::vector<const Expr*>& out) {
-  if (e.kind == Expr::Kind::kField) out.push_back(&e);
-  if (e.left) collectFields(*e.left, out);
-  if (e.right) collectFields(*e.right, out);
-}
-
 // Raises the error for names `exists` does not know: Jet takes each unknown
 // name of a query for a parameter the caller failed to supply.
 template <typename Exists>
 void checkNames(const Expr& e, ExprContext ctx, Exists exists) {
-  std::vector<const Expr*> fields, unknown;
-  collectFields(e, fields);
-  for (const Expr* f : fields) {
+  std::vector<const Expr*> unknown;
+  for (const Expr* f : fieldsOf(e)) {
     if (exists(*f)) continue;
     if (ctx == ExprContext::kCriteria)
       throw EngineError(err::kUnknownFieldInExpression, sourceOf(ctx), {toText(*f)});
@@ -179,6 +172,12 @@ int compareValues(const jet::Value& a, const jet::Value& b, ExprContext ctx) {
   if (auto* ga = std::get_if<jet::Guid>(&a))
     if (auto* gb = std::get_if<jet::Guid>(&b)) return order(ga->bytes, gb->bytes);
   typeMismatch(ctx);
+}
+
+std::optional<double> numberOf(const jet::Value& v) {
+  std::optional<Number> n = asNumber(v);
+  if (!n) return std::nullopt;
+  return n->value();
 }
 
 void checkExpression(const Expr& e, const FieldCatalog& catalog, ExprContext ctx) {

@@ -80,4 +80,8 @@ class Evaluator {
 // values by their bytes. Throws EngineError 3464 for any other pairing.
 int compareValues(const jet::Value& a, const jet::Value& b, ExprContext ctx = ExprContext::kQuery);
 
+// The value by which compareValues orders a number of any kind; nullopt for
+// Null, text and binary values.
+std::optional<double> numberOf(const jet::Value& v);
+
 }  // namespace schema

@@ -1,7 +1,10 @@
 #include "schema/recordset.h"
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
 #include <optional>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "jet/error.h"
@@ -55,6 +58,12 @@ class JoinedRow : public RowSource, public FieldCatalog {
   explicit JoinedRow(std::vector<Table> tables) : tables_(std::move(tables)) {}
 
   void setRow(size_t table, const std::vector<jet::Value>* row) { tables_[table].row = row; }
+  const jet::Value* value(size_t table, size_t column) const {
+    return &(*tables_[table].row)[column];
+  }
+  FieldKind kindAt(std::pair<size_t, size_t> at) const {
+    return kindOf(tables_[at.first].def->columns[at.second]);
+  }
 
   // (table, column) of a name; nullopt when unknown, 3079 when two tables
   // have it and it stands unqualified.
@@ -88,6 +97,129 @@ class JoinedRow : public RowSource, public FieldCatalog {
 
  private:
   std::vector<Table> tables_;
+};
+
+// The values a read-only result may hold before the query is refused, Jet's
+// "System resource exceeded": a hundred megabytes or so.
+constexpr size_t kMaxResultValues = size_t{2} << 20;
+// Combinations of rows looked at before a join is refused as too complex;
+// an equality between tables is looked up, not searched, so only joins the
+// WHERE clause barely limits come near it.
+constexpr uint64_t kMaxJoinSteps = uint64_t{4} << 20;
+
+// Finds the rows of a join without building the product of its tables: a
+// depth-first walk that binds one table's row at a time and tests each
+// condition of the WHERE clause's AND chain as soon as every table it names
+// is bound, so a combination that already fails is never extended. Where a
+// condition is "this table's column = an earlier table's column", the
+// matching rows come from a hash of the column's values instead of a scan.
+// Rows come out in the order of the tables' product, last table fastest.
+class Join {
+ public:
+  Join(JoinedRow& joined, const std::vector<std::vector<std::vector<jet::Value>>>& rows,
+       const Expr* where)
+      : joined_(joined), rows_(rows), levels_(rows.size()) {
+    std::vector<const Expr*> parts;
+    if (where) conjuncts(*where, parts);
+    for (const Expr* p : parts) {
+      size_t level = 0;
+      for (const Expr* f : fieldsOf(*p))
+        level = std::max(level, joined_.resolve(f->table, f->name)->first);
+      levels_[level].checks.push_back(p);
+      if (!levels_[level].lookup) useLookup(level, *p);
+    }
+  }
+
+  void run(const std::function<void()>& emit) {
+    for (const auto& table : rows_)
+      if (table.empty()) return;
+    Evaluator eval(joined_, ExprContext::kQuery);
+    std::vector<size_t> at(rows_.size(), 0);
+    std::vector<const std::vector<size_t>*> candidates(rows_.size(), nullptr);
+    size_t level = 0;
+    candidates[0] = candidatesAt(0);
+    uint64_t steps = 0;
+    for (;;) {
+      const size_t count = candidates[level] ? candidates[level]->size() : rows_[level].size();
+      if (at[level] == count) {
+        if (level == 0) return;
+        ++at[--level];
+        continue;
+      }
+      if (++steps > kMaxJoinSteps) throw EngineError(err::kQueryTooComplex, sources::kDatabase);
+      const size_t row = candidates[level] ? (*candidates[level])[at[level]] : at[level];
+      joined_.setRow(level, &rows_[level][row]);
+      bool kept = true;
+      for (const Expr* check : levels_[level].checks)
+        if (!(kept = eval.matches(*check))) break;
+      if (kept && level + 1 == rows_.size()) {
+        emit();
+      } else if (kept) {
+        at[++level] = 0;
+        candidates[level] = candidatesAt(level);
+        continue;
+      }
+      ++at[level];
+    }
+  }
+
+ private:
+  struct Lookup {
+    size_t column = 0;               // this table's column
+    std::pair<size_t, size_t> from;  // the earlier table's column it equals
+    std::unordered_map<std::string, std::vector<size_t>> rows;
+  };
+  struct Level {
+    std::vector<const Expr*> checks;
+    std::optional<Lookup> lookup;
+  };
+
+  // Equal values under compareValues give equal keys: numbers by their
+  // value, text by its sort key. Null, and what is neither, gives none.
+  static std::optional<std::string> keyOf(const jet::Value& v) {
+    if (auto* text = std::get_if<std::string>(&v)) {
+      std::vector<uint8_t> key = textSortKey(*text);
+      return "t" + std::string(key.begin(), key.end());
+    }
+    std::optional<double> number = numberOf(v);
+    if (!number) return std::nullopt;
+    double d = *number == 0 ? 0.0 : *number;  // -0 equals 0
+    char bytes[sizeof d];
+    std::memcpy(bytes, &d, sizeof d);
+    return "n" + std::string(bytes, sizeof d);
+  }
+
+  void useLookup(size_t level, const Expr& p) {
+    if (level == 0 || p.kind != Expr::Kind::kCompare || p.op != CompareOp::kEqual) return;
+    if (p.left->kind != Expr::Kind::kField || p.right->kind != Expr::Kind::kField) return;
+    auto l = *joined_.resolve(p.left->table, p.left->name);
+    auto r = *joined_.resolve(p.right->table, p.right->name);
+    if (l.first != level) std::swap(l, r);
+    if (l.first != level || r.first >= level) return;
+    // Only where both sides are of one kind: text against a number is an
+    // error the evaluation must still raise.
+    if (joined_.kindAt(l) != joined_.kindAt(r) || joined_.kindAt(l) == FieldKind::kOther) return;
+    Lookup lookup{l.second, r, {}};
+    for (size_t i = 0; i < rows_[level].size(); ++i)
+      if (auto key = keyOf(rows_[level][i][l.second])) lookup.rows[*key].push_back(i);
+    levels_[level].lookup = std::move(lookup);
+  }
+
+  // The rows of this level worth trying with the earlier levels bound; null
+  // for all of them.
+  const std::vector<size_t>* candidatesAt(size_t level) const {
+    const std::optional<Lookup>& lookup = levels_[level].lookup;
+    if (!lookup) return nullptr;
+    std::optional<std::string> key = keyOf(*joined_.value(lookup->from.first, lookup->from.second));
+    if (!key) return &kNone;
+    auto it = lookup->rows.find(*key);
+    return it == lookup->rows.end() ? &kNone : &it->second;
+  }
+
+  static inline const std::vector<size_t> kNone;
+  JoinedRow& joined_;
+  const std::vector<std::vector<std::vector<jet::Value>>>& rows_;
+  std::vector<Level> levels_;
 };
 
 // A row of the recordset itself, as FindFirst criteria see it.
@@ -233,24 +365,17 @@ void Recordset::openQuery(std::weak_ptr<detail::DatabaseCore> weak, std::string_
       });
       c.touched.insert(&t);
     } else {
-      // Read-only results are computed once: every combination of rows the
-      // WHERE clause keeps, projected on the fields.
+      // Read-only results are computed once, table by table (see Join).
       std::vector<std::vector<std::vector<jet::Value>>> all(sources_.size());
       for (size_t s = 0; s < sources_.size(); ++s) all[s] = c.db->readAll(*sources_[s].table);
-      std::vector<size_t> at(sources_.size(), 0);
-      bool empty = std::any_of(all.begin(), all.end(), [](auto& rows) { return rows.empty(); });
-      while (!empty) {
-        for (size_t s = 0; s < sources_.size(); ++s) joined.setRow(s, &all[s][at[s]]);
-        if (!st.where || eval.matches(*st.where)) {
-          std::vector<jet::Value> out;
-          for (const Column& col : columns_)
-            out.push_back(all[col.source][at[col.source]][col.column]);
-          rows_.push_back(std::move(out));
-        }
-        size_t s = sources_.size();
-        while (s > 0 && ++at[s - 1] == all[s - 1].size()) at[--s] = 0;
-        if (s == 0) break;
-      }
+      Join join(joined, all, st.where.get());
+      join.run([&] {
+        std::vector<jet::Value> out;
+        for (const Column& col : columns_) out.push_back(*joined.value(col.source, col.column));
+        rows_.push_back(std::move(out));
+        if (rows_.size() * std::max<size_t>(columns_.size(), 1) > kMaxResultValues)
+          throw EngineError(err::kSystemResourceExceeded, sources::kDatabase);
+      });
       if (st.distinct) {
         std::stable_sort(rows_.begin(), rows_.end(),
                          [](auto& a, auto& b) { return compareRows(a, b) < 0; });

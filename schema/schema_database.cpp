@@ -1,9 +1,7 @@
 #include "schema/schema_database.h"
 
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <utility>
 
 #include "schema/database_core.h"
 
@@ -45,61 +43,6 @@ EngineError DatabaseCore::translate(const jet::JetError& e, const char* source) 
 
 }  // namespace detail
 
-namespace {
-
-// This process's id and the host's name, read from /proc: the standard
-// library has no call for either.
-std::string ownPid() {
-  std::error_code ec;
-  fs::path self = fs::read_symlink("/proc/self", ec);
-  return ec ? std::string("0") : self.filename().string();
-}
-
-std::string hostName() {
-  std::ifstream in("/proc/sys/kernel/hostname");
-  std::string host;
-  if (!(in >> host)) host = "localhost";
-  return host;
-}
-
-bool processRuns(const std::string& pid) {
-  if (pid.empty() || pid == "0" || pid.find_first_not_of("0123456789") != std::string::npos)
-    return false;
-  std::error_code ec;
-  return fs::exists("/proc/" + pid, ec);
-}
-
-// Creates the lock file, or explains who holds it. Returns "" on success.
-std::string takeLock(const std::string& lockPath) {
-  const std::string me = ownPid(), host = hostName();
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    if (std::FILE* f = std::fopen(lockPath.c_str(), "wx")) {
-      std::string line = me + " " + host + "\n";
-      bool ok = std::fwrite(line.data(), 1, line.size(), f) == line.size();
-      ok = std::fclose(f) == 0 && ok;
-      if (ok) return "";
-      std::remove(lockPath.c_str());
-      return "cannot write the lock file " + lockPath;
-    }
-    std::error_code ec;
-    if (!fs::exists(lockPath, ec)) return "cannot create the lock file " + lockPath;
-    std::ifstream in(lockPath);
-    std::string pid, holderHost;
-    in >> pid >> holderHost;
-    // A lock of a program on another host cannot be judged; one whose
-    // process has gone on this host (or that no Vantor wrote) is stale.
-    bool readable = !pid.empty() && !holderHost.empty() &&
-                    pid.find_first_not_of("0123456789") == std::string::npos;
-    if (readable && (holderHost != host || processRuns(pid)))
-      return "it is in use by process " + pid + " on " + holderHost + " (lock file " + lockPath +
-             ")";
-    fs::remove(lockPath, ec);
-  }
-  return "cannot take over the lock file " + lockPath;
-}
-
-}  // namespace
-
 SchemaDatabase::SchemaDatabase() : core_(std::make_shared<detail::DatabaseCore>()) {}
 
 SchemaDatabase::~SchemaDatabase() {
@@ -110,12 +53,17 @@ SchemaDatabase::~SchemaDatabase() {
   }
 }
 
-std::string SchemaDatabase::lockFilePath(const std::string& path) {
-  if (path.size() < 3) return path + "ldb";
-  return path.substr(0, path.size() - 3) + "ldb";
+void SchemaDatabase::open(const std::string& path) { open(path, DocumentLock()); }
+
+void SchemaDatabase::open(const std::string& path, DocumentLock lock) {
+  openFile(path, std::move(lock), true);
 }
 
-void SchemaDatabase::open(const std::string& path) {
+void SchemaDatabase::openReadOnly(const std::string& path) {
+  openFile(path, DocumentLock(), false);
+}
+
+void SchemaDatabase::openFile(const std::string& path, DocumentLock lock, bool writable) {
   detail::DatabaseCore& c = *core_;
   c.run(sources::kWorkspace, [&] {
     if (c.db) throw EngineError(err::kInvalidOperation, sources::kWorkspace);
@@ -125,23 +73,17 @@ void SchemaDatabase::open(const std::string& path) {
     if (!fs::is_directory(dir, ec))
       throw EngineError(err::kInvalidPath, sources::kWorkspace, {dir.string()});
     if (!fs::exists(p, ec)) throw EngineError(err::kFileNotFound, sources::kWorkspace, {path});
-    const std::string lockPath = lockFilePath(path);
-    std::string why = takeLock(lockPath);
-    if (!why.empty())
-      throw EngineError::withText(
-          err::kCannotOpenFile, sources::kWorkspace,
-          errorText(err::kCannotOpenFile, {path}) + " " + "Vantor: " + why + ".");
+    if (writable && !lock.held()) lock = DocumentLock::acquire(path, LockHolder::self());
     try {
-      c.path = path;
-      c.db = jet::Database::openFile(path, true);
+      c.db = jet::Database::openFile(path, writable);
     } catch (const jet::JetError& e) {
       c.db.reset();
-      fs::remove(lockPath, ec);
       if (e.kind() == jet::JetError::Kind::kIo)
         throw EngineError(err::kCannotOpenFile, sources::kWorkspace, {path});
       throw EngineError(err::kUnrecognizedFormat, sources::kWorkspace, {path});
     }
-    c.lockPath = lockPath;
+    c.path = path;
+    c.lock = std::move(lock);
     c.transactions.clear();
     c.pendingInserts.clear();
     c.undoneInserts.clear();
@@ -159,9 +101,7 @@ void SchemaDatabase::close() {
     ~Cleanup() {
       c.db.reset();
       c.transactions.clear();
-      std::error_code ec;
-      if (!c.lockPath.empty()) fs::remove(c.lockPath, ec);
-      c.lockPath.clear();
+      c.lock.release();
       c.path.clear();
     }
   } cleanup{c};

@@ -17,16 +17,16 @@
 // - Recordsets stay usable while the database is open; after close() (or
 //   the database's destruction) every call on them fails with 3420.
 //
-// The lock file is the file's name with its last three characters replaced
-// by "ldb". It holds "<pid> <host>" of the program that has the file open; a
-// lock whose process no longer runs on this host is taken over. Liveness is
-// read from /proc, so a lock is only ever judged stale on Linux.
+// A writable database is opened behind its DocumentLock (schema/
+// document_lock.h): the lock file beside it names this program, and the OS
+// lock keeps every other writer out until close().
 #pragma once
 
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "schema/document_lock.h"
 #include "schema/engine_error.h"
 #include "schema/recordset.h"
 
@@ -43,17 +43,22 @@ class SchemaDatabase {
   SchemaDatabase(const SchemaDatabase&) = delete;
   SchemaDatabase& operator=(const SchemaDatabase&) = delete;
 
-  // The lock file that goes with a database file.
-  static std::string lockFilePath(const std::string& path);
-
-  // Opens the file read-write. Fails with 3219 when a database is already
-  // open, 3044 when its folder does not exist, 3024 when the file does not,
-  // 3051 when its lock is held by another running program or the file
+  // Opens the file read-write behind its lock. Fails with 3219 when a
+  // database is already open, 3044 when its folder does not exist, 3024 when
+  // the file does not, 3045 when another program (or another open here)
+  // holds its lock, 3050 when the lock cannot be taken, 3051 when the file
   // cannot be opened for writing, 3343 when it is no Jet file this engine
   // reads.
   void open(const std::string& path);
-  // Rolls back open transactions, writes out, closes and removes the lock
-  // file. Does nothing when nothing is open.
+  // The same behind a lock the caller took on `path` already (the editor
+  // locks a working copy before it fills it). The lock is the database's
+  // from now on, released at close or when the open fails.
+  void open(const std::string& path, DocumentLock lock);
+  // Opens the file only to read, without a lock; every change fails with
+  // 3027.
+  void openReadOnly(const std::string& path);
+  // Rolls back open transactions, writes out, closes and releases the lock.
+  // Does nothing when nothing is open.
   void close();
   bool isOpen() const;
   const std::string& path() const;
@@ -73,6 +78,8 @@ class SchemaDatabase {
   const ErrorList& errors() const;
 
  private:
+  void openFile(const std::string& path, DocumentLock lock, bool writable);
+
   std::shared_ptr<detail::DatabaseCore> core_;
 };
 

@@ -227,6 +227,14 @@ jet::Value numberValue(std::string_view text) {
   return d;
 }
 
+// Jet's own limit of tables in one query.
+constexpr size_t kMaxTables = 32;
+// Bounds that keep a hostile text from exhausting the stack (the parser, the
+// evaluator and the tree's destructor all recurse) or the time of every row
+// checked: far beyond anything the program composes.
+constexpr int kMaxNesting = 64;
+constexpr int kMaxOperators = 1000;
+
 class Parser {
  public:
   Parser(std::string_view text, ExprContext ctx) : text_(text), lex_(text), ctx_(ctx) {}
@@ -255,6 +263,7 @@ class Parser {
     st.tables.push_back(table());
     while (isSymbol(lex_.peek(), ",")) {
       lex_.next();
+      if (st.tables.size() == kMaxTables) fail(err::kQueryTooComplex);
       st.tables.push_back(table());
     }
     const Token& t = lex_.peek();
@@ -286,6 +295,26 @@ class Parser {
 
   [[noreturn]] void fail(int32_t number, std::initializer_list<std::string_view> args = {}) {
     throw EngineError(number, source(), args);
+  }
+
+  // One level deeper into a parenthesis, NOT or sign, for as long as it
+  // lives.
+  class Nested {
+   public:
+    explicit Nested(Parser& p) : p_(p) {
+      if (++p_.depth_ > kMaxNesting) p_.fail(err::kQueryTooComplex);
+    }
+    ~Nested() { --p_.depth_; }
+    Nested(const Nested&) = delete;
+    Nested& operator=(const Nested&) = delete;
+
+   private:
+    Parser& p_;
+  };
+
+  ExprPtr counted(Expr::Kind kind, ExprPtr left, ExprPtr right = nullptr) {
+    if (++operators_ > kMaxOperators) fail(err::kQueryTooComplex);
+    return node(kind, std::move(left), std::move(right));
   }
 
   // Jet quotes the condition as written, from after WHERE to the end of the
@@ -351,7 +380,7 @@ class Parser {
     ExprPtr e = andExpr();
     while (isWord(lex_.peek(), "OR")) {
       lex_.next();
-      e = node(Expr::Kind::kOr, std::move(e), andExpr());
+      e = counted(Expr::Kind::kOr, std::move(e), andExpr());
     }
     return e;
   }
@@ -360,7 +389,7 @@ class Parser {
     ExprPtr e = notExpr();
     while (isWord(lex_.peek(), "AND")) {
       lex_.next();
-      e = node(Expr::Kind::kAnd, std::move(e), notExpr());
+      e = counted(Expr::Kind::kAnd, std::move(e), notExpr());
     }
     return e;
   }
@@ -368,7 +397,8 @@ class Parser {
   ExprPtr notExpr() {
     if (isWord(lex_.peek(), "NOT")) {
       lex_.next();
-      return node(Expr::Kind::kNot, notExpr());
+      Nested nested(*this);
+      return counted(Expr::Kind::kNot, notExpr());
     }
     return comparison();
   }
@@ -383,7 +413,7 @@ class Parser {
       const Token& t = lex_.peek();
       if (isWord(t, "IS")) {
         lex_.next();
-        ExprPtr test = node(Expr::Kind::kIsNull, std::move(e));
+        ExprPtr test = counted(Expr::Kind::kIsNull, std::move(e));
         if (isWord(lex_.peek(), "NOT")) {
           lex_.next();
           test->negated = true;
@@ -397,7 +427,7 @@ class Parser {
                              [&](const auto& o) { return o.first == t.text; });
       if (op == std::end(kOps)) return e;
       lex_.next();
-      ExprPtr cmp = node(Expr::Kind::kCompare, std::move(e), operand());
+      ExprPtr cmp = counted(Expr::Kind::kCompare, std::move(e), operand());
       cmp->op = op->second;
       e = std::move(cmp);
     }
@@ -407,10 +437,12 @@ class Parser {
     const Token& t = lex_.peek();
     if (isSymbol(t, "+")) {
       lex_.next();
+      Nested nested(*this);
       return operand();
     }
     if (isSymbol(t, "-")) {
       lex_.next();
+      Nested nested(*this);
       ExprPtr e = operand();
       if (e->kind == Expr::Kind::kLiteral) {
         if (auto* n = std::get_if<int32_t>(&e->value)) {
@@ -422,7 +454,7 @@ class Parser {
           return e;
         }
       }
-      return node(Expr::Kind::kNegate, std::move(e));
+      return counted(Expr::Kind::kNegate, std::move(e));
     }
     return primary();
   }
@@ -448,6 +480,7 @@ class Parser {
         return field(std::move(t.text));
       case Tok::kSymbol:
         if (t.text == "(") {
+          Nested nested(*this);
           ExprPtr e = orExpr();
           const Token& close = lex_.next();
           if (isSymbol(close, ")")) return e;
@@ -481,6 +514,8 @@ class Parser {
   Lexer lex_;
   ExprContext ctx_;
   size_t exprBegin_ = 0;
+  int depth_ = 0;
+  int operators_ = 0;
 };
 
 const char* opText(CompareOp op) {
@@ -499,6 +534,14 @@ const char* opText(CompareOp op) {
       return ">=";
   }
   return "?";
+}
+
+// A name as it must be written to read back as the same name: bracketed
+// unless it is a plain word.
+std::string nameText(const std::string& name) {
+  bool plain = !name.empty() && isNameStart(name[0]) && !isReserved(name);
+  for (char c : name) plain = plain && isNamePart(c);
+  return plain ? name : "[" + name + "]";
 }
 
 std::string literalText(const jet::Value& v) {
@@ -523,6 +566,19 @@ std::string literalText(const jet::Value& v) {
 
 }  // namespace
 
+std::vector<const Expr*> fieldsOf(const Expr& e) {
+  std::vector<const Expr*> out;
+  std::vector<const Expr*> todo{&e};
+  while (!todo.empty()) {
+    const Expr* x = todo.back();
+    todo.pop_back();
+    if (x->kind == Expr::Kind::kField) out.push_back(x);
+    if (x->right) todo.push_back(x->right.get());
+    if (x->left) todo.push_back(x->left.get());
+  }
+  return out;
+}
+
 SelectStatement parseSelect(std::string_view sql) {
   return Parser(sql, ExprContext::kQuery).select();
 }
@@ -536,7 +592,7 @@ std::string toText(const Expr& e) {
     case Expr::Kind::kLiteral:
       return literalText(e.value);
     case Expr::Kind::kField:
-      return e.table.empty() ? e.name : e.table + "." + e.name;
+      return e.table.empty() ? nameText(e.name) : nameText(e.table) + "." + nameText(e.name);
     case Expr::Kind::kCompare:
       return "(" + toText(*e.left) + " " + opText(e.op) + " " + toText(*e.right) + ")";
     case Expr::Kind::kAnd:

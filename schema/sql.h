@@ -74,12 +74,17 @@ struct SelectStatement {
 // Throws EngineError: 3129 when the text is no SELECT, 3141 for a faulty
 // column list, 3450 when it ends before FROM, 3131 for a faulty FROM clause,
 // 3075 for a faulty WHERE condition, 3126 for an unclosed "[", 3142 for text
-// after the closing ";". All come from "DAO.Database".
+// after the closing ";", 3360 for more than 32 tables or a condition nested
+// more than 64 deep or of more than 1000 operators. All come from
+// "DAO.Database".
 SelectStatement parseSelect(std::string_view sql);
 
 // FindFirst criteria. Throws EngineError 3077 ("DAO.Recordset") when the
-// text is no well-formed condition.
+// text is no well-formed condition, 3360 beyond the bounds above.
 ExprPtr parseCriteria(std::string_view criteria);
+
+// The field references of an expression, left to right.
+std::vector<const Expr*> fieldsOf(const Expr& e);
 
 // The expression written out fully parenthesised, names as written, text in
 // single quotes with inner quotes doubled: "((Name = 'a') AND (dirId = 3))".

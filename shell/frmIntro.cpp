@@ -60,13 +60,10 @@ void frmIntro::confirm() {
   const DocumentKind kind = options_->selectedKind();
   const QString path =
       lifecycle_.chosenPath(kind, ui_->tbMdbFileName->text(), options_->otherTemplate());
-  if (path.isEmpty()) {
-    // No file yet: the dialog stays, with the focus where the file is given.
-    // An unknown template folder has been reported by the lifecycle.
-    if (kind == DocumentKind::Existing) ui_->tbMdbFileName->setFocus();
-    if (kind == DocumentKind::Other) ui_->butTemplate->setFocus();
+  // An unknown template folder has been reported; the dialog stays for
+  // another choice. Any other empty choice closes it with nothing to open.
+  if (path.isEmpty() && (kind == DocumentKind::MicroStation || kind == DocumentKind::AutoCad))
     return;
-  }
   accepted_ = {kind, path};
   accept();
 }

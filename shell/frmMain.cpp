@@ -155,11 +155,13 @@ void frmMain::writeWindowPlacement() {
 void frmMain::openStep(schema::SchemaDatabase& database) {
   Hourglass busy;
   parameters_.Initialize(database);
+  // The scanner settings first: a list that fails to load must not leave the
+  // boxes' defaults to be written over the document's settings at close.
+  fillScannerOptions();
   openSharedRecordsets(database);
   enablingStep();
   ui_->tbMapFileExt->setText(qs(parameters_.CADextension()));
   filesTab_->fill();
-  fillScannerOptions();
   csTab_->refresh();
   fillFeatureList();
   // The scanner class decides the linkage button, so enable once more.
@@ -263,9 +265,9 @@ void frmMain::setBusy(bool busy) {
 }
 
 void frmMain::reportError(int32_t number, const QString& description) {
-  const schema::ErrorList none;
-  shell::ReportError(shell::CurrentError{number, description},
-                     lifecycle_->database().isOpen() ? lifecycle_->database().errors() : none,
+  // The engine keeps the records of a failed open too, though no database
+  // is open then.
+  shell::ReportError(shell::CurrentError{number, description}, lifecycle_->database().errors(),
                      *prompter_, {this, {}, {}});
 }
 

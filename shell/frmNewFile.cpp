@@ -43,12 +43,9 @@ document::DocumentChoice frmNewFile::choice() const {
 void frmNewFile::confirm() {
   const DocumentKind kind = options_->selectedKind();
   const QString path = lifecycle_.chosenPath(kind, QString(), options_->otherTemplate());
-  if (path.isEmpty()) {
-    // Other without a picked template: stay, ready to pick one. An unknown
-    // template folder has been reported by the lifecycle.
-    if (kind == DocumentKind::Other) ui_->butTemplate->setFocus();
+  // As in frmIntro: only an unknown template folder keeps the dialog open.
+  if (path.isEmpty() && (kind == DocumentKind::MicroStation || kind == DocumentKind::AutoCad))
     return;
-  }
   accepted_ = {kind, path};
   accept();
 }

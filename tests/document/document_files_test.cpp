@@ -3,6 +3,9 @@
 // errors the user reads, and the template folder found from the program.
 #include "document/document_files.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <QRegularExpression>
 #include <QtTest>
 
@@ -60,11 +63,6 @@ class DocumentFilesTest : public QObject {
     // A full folder: all 65536 names taken is rare, but the search must end.
   }
 
-  void lockFileDiffersInTheLastThreeCharacters() {
-    QCOMPARE(lockFilePath("/tmp/CSD1A2B.tmp"), QStringLiteral("/tmp/CSD1A2B.ldb"));
-    QCOMPARE(lockFilePath("/a/b.csd"), QStringLiteral("/a/b.ldb"));
-  }
-
   void copyOverwritesInPlace() {
     QTemporaryDir dir;
     const QString from = dir.filePath("from.csd"), to = dir.filePath("to.csd");
@@ -113,14 +111,24 @@ class DocumentFilesTest : public QObject {
     QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden),
              (QStringList{"plan.csd", "work.tmp"}));
 
-    // Through a link: the linked file gets the new contents, the link stays.
-    const QString real = dir.filePath("real.csd");
-    const QString link = dir.filePath("link.csd");
+    // Through a chain of links, one of them relative: the file at the end
+    // gets the new contents with its mode and owner, every link stays.
+    QVERIFY(QDir(dir.path()).mkdir("real"));
+    const QString real = dir.filePath("real/plan.csd");
     write(real, "linked");
-    QVERIFY(QFile::link(real, link));
-    replaceFile(source, link);
-    QVERIFY(QFileInfo(link).isSymLink());
+    QVERIFY(::chmod(QFile::encodeName(real), 0640) == 0);
+    const bool root = ::geteuid() == 0;
+    if (root) QVERIFY(::chown(QFile::encodeName(real), 4321, 8765) == 0);
+    QVERIFY(::symlink("real/plan.csd", QFile::encodeName(dir.filePath("middle.csd"))) == 0);
+    QVERIFY(QFile::link(dir.filePath("middle.csd"), dir.filePath("link.csd")));
+    replaceFile(source, dir.filePath("link.csd"));
+    QVERIFY(QFileInfo(dir.filePath("link.csd")).isSymLink());
+    QVERIFY(QFileInfo(dir.filePath("middle.csd")).isSymLink());
     QCOMPARE(readAll(real), QByteArray(200000, 'n'));
+    struct stat st {};
+    QVERIFY(::stat(QFile::encodeName(real), &st) == 0);
+    QCOMPARE(st.st_mode & 07777, 0640u);
+    if (root) QVERIFY(st.st_uid == 4321 && st.st_gid == 8765);
 
     // A new name is simply created.
     replaceFile(source, dir.filePath("fresh.csd"));
@@ -146,6 +154,10 @@ class DocumentFilesTest : public QObject {
     write(dir.filePath("work.tmp"), "new");
     QCOMPARE(replaceError(dir.filePath("work.tmp"), dir.filePath("taken.csd")), 75);
     QVERIFY(QFileInfo(dir.filePath("taken.csd")).isDir());
+    // A read-only document, refused even to root, which access() lets write.
+    QVERIFY(QFile::setPermissions(document, QFile::ReadOwner | QFile::ReadGroup));
+    QCOMPARE(replaceError(dir.filePath("work.tmp"), document), 70);
+    QVERIFY(QFile::setPermissions(document, QFile::ReadOwner | QFile::WriteOwner));
     // A folder that is not there.
     QCOMPARE(replaceError(dir.filePath("work.tmp"), dir.filePath("gone/plan.csd")), 76);
     // A source that cannot be read part-way (a folder reads as an error):
@@ -165,16 +177,6 @@ class DocumentFilesTest : public QObject {
              QDir(VANTOR_TEMPLATE_DIR).canonicalPath());
     QVERIFY(QFileInfo::exists(QString(VANTOR_TEMPLATE_DIR) + '/' + kMstnTemplate));
     QVERIFY(QFileInfo::exists(QString(VANTOR_TEMPLATE_DIR) + '/' + kAutoCadTemplate));
-  }
-
-  void removeIfExistsLeavesOthers() {
-    QTemporaryDir dir;
-    write(dir.filePath("a"), "1");
-    write(dir.filePath("b"), "2");
-    removeIfExists(dir.filePath("a"));
-    removeIfExists(dir.filePath("never"));
-    removeIfExists(QString());
-    QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{"b"});
   }
 };
 

@@ -5,6 +5,10 @@
 // The documents are copies of the generated templates.
 #include "document/document_lifecycle.h"
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <QSettings>
 #include <QtTest>
 
@@ -486,6 +490,115 @@ class DocumentLifecycleTest : public QObject {
     QCOMPARE(recentFile(), QString());
   }
 
+  // While a document is open here nobody else writes it: a second editor is
+  // told who holds it and may open it read-only, saving elsewhere only.
+  void aDocumentHeldElsewhereOpensReadOnlyOrNotAtAll() {
+    const QString a = copyOf(kMstn, "a.csd");
+    const QByteArray before = bytes(a);
+    // What earlier interrupted saves and csdtool runs left beside it.
+    for (const char* name : {".a.csd.Xy12Z9", "a.csd.csdtool-aB3dE5", ".a.csd.notours"})
+      QVERIFY(QFile(doc(name)).open(QIODevice::WriteOnly));
+    prompter_->pickOpen(a);
+    life_->openDocument();
+    QCOMPARE(QDir(docs_).entryList(QDir::Files | QDir::Hidden),
+             (QStringList{".a.csd.notours", "a.csd", "a.ldb"}));
+    QVERIFY(!life_->isReadOnly());
+
+    RecordingHost host;
+    DocumentLifecycle second(*prompter_, host, QString(), tmp_);
+    const QString held = "Could not use '" + a + "'; file already in use. It is open in " +
+                         QString::fromStdString(schema::LockHolder::self().describe()) + ".";
+    prompter_->pickOpen(a).answer(Answer::No);
+    second.openDocument();
+    QVERIFY(!second.isOpen());
+    QCOMPARE(prompter_->messages().last(),
+             held +
+                 "\r\n\r\nOpen it read-only? Changes can then be saved under another name "
+                 "only.");
+    QCOMPARE(prompter_->shown().last().style, MessageStyle::YesNo);
+    QCOMPARE(tempFiles().size(), 2);  // only the first editor's working copy
+
+    host.onOpen = [](schema::SchemaDatabase& db) { addDirectory(db, "/second"); };
+    prompter_->pickOpen(a).answer(Answer::Yes);
+    second.openDocument();
+    QVERIFY(second.isOpen() && second.isReadOnly());
+    QCOMPARE(second.caption(), "CAD Server Definition - " + a + " (read-only)");
+    // Yes at close asks for another name; the held document is refused.
+    const QString b = doc("b.csd");
+    prompter_->answer(Answer::Yes).pickSave(a).answer(Answer::Yes).pickSave(b);
+    QCOMPARE(second.close(), CloseOutcome::KeptOpen);
+    QCOMPARE(prompter_->messages().last(), held + "\r\nSave file with different name?");
+    QCOMPARE(directoriesIn(b), QStringList{"/second"});
+    prompter_->answer(Answer::No).answer(Answer::No);
+    QVERIFY(second.closeWindow());
+    QVERIFY(life_->closeWindow());
+    QCOMPARE(bytes(a), before);
+    QVERIFY(!QFileInfo::exists(doc("a.ldb")));
+  }
+
+  // An editor killed with its document open leaves the working copy and its
+  // lock file; the next start offers it back.
+  void abandonedWorkingCopiesAreOfferedAtStartUp() {
+    const QString a = copyOf(kMstn, "a.csd");
+    const auto dieWhileEditing = [&](const DocumentChoice& choice, const std::string& folder) {
+      const pid_t child = ::fork();
+      if (child == 0) {
+        ScriptedPrompter prompter;
+        RecordingHost host;
+        host.onOpen = [&](schema::SchemaDatabase& db) { addDirectory(db, folder); };
+        DocumentLifecycle dying(prompter, host, QString(), tmp_);
+        dying.startUp(choice.kind == DocumentKind::Existing ? choice.path : QString(),
+                      [&] { return choice; });
+        ::raise(SIGKILL);
+      }
+      ::waitpid(child, nullptr, 0);
+    };
+    const QString a2 = copyOf(kMstn, "a2.csd");
+    dieWhileEditing({DocumentKind::Existing, a}, "/recovered");
+    dieWhileEditing({DocumentKind::Existing, a2}, "/dropped");
+    QCOMPARE(tempFiles().size(), 4);
+    QVERIFY(QFileInfo::exists(doc("a2.ldb")));
+    // Remains holding no work: a lock without its copy, an old copy never locked.
+    QVERIFY(QFile(tmp_ + "/CSD0001.ldb").open(QIODevice::WriteOnly));
+    QFile old(tmp_ + "/CSD0002.tmp");
+    QVERIFY(old.open(QIODevice::WriteOnly));
+    QVERIFY(old.setFileTime(QDateTime::currentDateTime().addSecs(-3600),
+                            QFileDevice::FileModificationTime));
+    old.close();
+
+    // Cancel keeps the first, No discards the second: the intro follows.
+    prompter_->answer(Answer::Cancel).answer(Answer::No);
+    int intro = 0;
+    life_->startUp(QString(), [&] { return ++intro, DocumentChoice{}; });
+    QCOMPARE(intro, 1);
+    QCOMPARE(prompter_->messages().size(), 2);
+    QVERIFY2(prompter_->messages().at(0).startsWith(
+                 "Vantor stopped without closing its working copy of " + a + ", last changed "),
+             qPrintable(prompter_->messages().at(0)));
+    QVERIFY(prompter_->messages().at(0).endsWith(
+        ".\r\n\r\nYes opens the working copy to recover its changes, No discards it, Cancel "
+        "keeps it for the next start."));
+    QVERIFY(prompter_->messages().at(1).contains(a2 + ", last changed"));
+    QCOMPARE(tempFiles().size(), 2);
+    QVERIFY(!QFileInfo::exists(doc("a2.ldb")));
+    QCOMPARE(directoriesIn(a2), QStringList());
+
+    // Yes at the next start: the copy opens as the document, edits and all.
+    RecordingHost host;
+    DocumentLifecycle next(*prompter_, host, QString(), tmp_);
+    prompter_->clearShown();
+    prompter_->answer(Answer::Yes);
+    next.startUp(QString(), [&] { return ++intro, DocumentChoice{}; });
+    QCOMPARE(intro, 1);
+    QVERIFY(next.isOpen());
+    QCOMPARE(next.documentPath(), a);
+    QCOMPARE(next.caption(), "CAD Server Definition - " + a);
+    prompter_->answer(Answer::Yes);
+    QCOMPARE(next.close(), CloseOutcome::Closed);
+    QCOMPARE(directoriesIn(a), QStringList{"/recovered"});
+    QCOMPARE(tempFiles(), QStringList());
+  }
+
   void settingsGoToTheVantorStore() {
     DocumentSettings::setRecentFile("/data/x.csd");
     DocumentSettings::writeMainWindowPlacement(10, 20, 640, 480, false);
@@ -500,19 +613,6 @@ class DocumentLifecycleTest : public QObject {
     QCOMPARE(raw.value("MainWidth").toInt(), 640);
     QCOMPARE(raw.value("MainHeight").toInt(), 480);
     QCOMPARE(raw.childKeys().size(), 5);
-  }
-
-  void workingCopyDefaultsToTheTemporaryFolder() {
-    QVERIFY(qputenv("TMPDIR", tmp_.toLocal8Bit()));
-    RecordingHost host;
-    DocumentLifecycle life(*prompter_, host, QCoreApplication::applicationFilePath());
-    life.newDocument([&] { return DocumentChoice{DocumentKind::AutoCad, kAutoCad}; });
-    qunsetenv("TMPDIR");
-    QCOMPARE(QFileInfo(life.workingCopyPath()).absolutePath(), QDir(tmp_).absolutePath());
-    QCOMPARE(tempFiles().size(), 2);
-    prompter_->answer(Answer::No);
-    QVERIFY(life.closeWindow());
-    QCOMPARE(tempFiles(), QStringList());
   }
 };
 

@@ -1,6 +1,7 @@
 // Text encodings, dates and the other value conversions.
 #include <gtest/gtest.h>
 
+#include "jet/row_layout.h"
 #include "jet/text.h"
 #include "jet/value.h"
 #include "tools/csdtool/csv_export.h"
@@ -10,6 +11,37 @@ using namespace jet;
 namespace {
 
 std::vector<uint8_t> bytes(std::initializer_list<int> v) { return {v.begin(), v.end()}; }
+
+// A Jet 3 row keeps one-byte offsets, lifted past 255 by a jump table of
+// (length - 1) / 256 bytes: none in a row of exactly 256 bytes, one in a row
+// of 512. Both rows built byte by byte: a Long, then a text column.
+TEST(Rows, Jet3RowsOf256And512BytesFindTheirText) {
+  TableDef t;
+  t.maxColumns = 2;
+  t.varColumns = 1;
+  ColumnDef id, text;
+  id.type = coltype::kLong;
+  id.flags = colflag::kFixed;
+  text.type = coltype::kText;
+  text.number = 1;
+  t.columns = {id, text};
+  for (size_t length : {256u, 512u}) {
+    SCOPED_TRACE(length);
+    const size_t jumps = length == 512 ? 1 : 0;
+    const size_t n = length - 9 - jumps;  // the text's bytes
+    std::vector<uint8_t> row = {2, 7, 0, 0, 0};
+    row.insert(row.end(), n, 'x');
+    row.push_back(static_cast<uint8_t>((5 + n) % 256));  // where the text ends
+    row.push_back(5);                                    // where it starts
+    if (jumps) row.push_back(1);  // the end (slot 1) is the first past 255
+    row.push_back(1);             // one variable column
+    row.push_back(0x03);          // both present
+    ASSERT_EQ(row.size(), length);
+    RowLayout l = RowLayout::of(kJet3Format, t, row, 9);
+    EXPECT_EQ(l.bytesOf(kJet3Format, t.columns[1], row, 9).size(), n);
+    EXPECT_EQ(l.bytesOf(kJet3Format, t.columns[0], row, 9)[0], 7);
+  }
+}
 
 TEST(Text, Jet4CompressedAndPlainUnicode) {
   // "Ab" compressed; then a switch to two-byte mode for U+20AC and back.

@@ -1,16 +1,11 @@
 // The error list dialog: its controls, one line per record in the engine's
-// order, a fresh list on each fill, Close closing it and F1 opening help.
+// order, a fresh list on each fill, Close closing it. (F1 in every form:
+// help_test.)
 #include "shell/frmErrors.h"
 
-#include <QDir>
-#include <QFile>
 #include <QListWidget>
 #include <QPushButton>
-#include <QTemporaryDir>
 #include <QtTest>
-
-#include "document/scripted_prompter.h"
-#include "shell/help.h"
 
 using namespace shell;
 
@@ -60,73 +55,6 @@ class FrmErrorsTest : public QObject {
     dialog.findChild<QPushButton*>(QStringLiteral("cmdClose"))->click();
     QVERIFY(!dialog.isVisible());
     QCOMPARE(dialog.result(), int(QDialog::Accepted));
-  }
-
-  // F1 on the list opens the help for the dialog, and a help folder that
-  // cannot be named is reported through the prompter the dialog was given.
-  void f1OpensHelp() {
-    QTemporaryDir programDir;
-    QVERIFY(QDir().mkpath(programDir.path() + QStringLiteral("/resdlls/0009")));
-    QFile help(programDir.path() + QStringLiteral("/resdlls/0009/Vantor.HLP"));
-    QVERIFY(help.open(QIODevice::WriteOnly));
-    help.close();
-
-    struct Call {
-      QWidget* parent;
-      QString file;
-      int context;
-    };
-    QList<Call> calls;
-    uint32_t locale = 1033;
-    // The defaults come back however the test ends.
-    struct Restore {
-      HelpOpener opener;
-      HelpLookupSource source;
-      ~Restore() {
-        setHelpOpener(opener);
-        setHelpLookupSource(source);
-      }
-    } restore{setHelpOpener([&calls](QWidget* parent, const QString& file, int context) {
-                calls.append({parent, file, context});
-              }),
-              setHelpLookupSource([&] {
-                return HelpLookup{programDir.path(), locale};
-              })};
-
-    document::ScriptedPrompter prompter;
-    frmErrors dialog(nullptr, &prompter);
-    dialog.setErrors({{3022, "DAO.Recordset", "Duplicate."}});
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowActive(&dialog));
-    auto* list = dialog.findChild<QListWidget*>(QStringLiteral("lstErrors"));
-    list->setFocus();
-    QTest::keyClick(list, Qt::Key_F1);
-    QCOMPARE(calls.size(), 1);
-    QCOMPARE(calls[0].parent, &dialog);
-    QCOMPARE(calls[0].file, help.fileName());
-    QCOMPARE(calls[0].context, 131);
-    QVERIFY(dialog.isVisible());
-
-    locale = 3082;
-    QTest::keyClick(list, Qt::Key_F1);
-    QCOMPARE(calls.size(), 1);
-    QCOMPARE(prompter.messages(), QStringList{QStringLiteral("Type mismatch")});
-  }
-
-  // With VANTOR_SCREENSHOT set, the filled dialog is saved there to be looked at.
-  void screenshot() {
-    const QString path = qEnvironmentVariable("VANTOR_SCREENSHOT");
-    if (path.isEmpty()) QSKIP("VANTOR_SCREENSHOT not set");
-    frmErrors dialog;
-    dialog.setErrors(
-        {{3022, "DAO.Recordset",
-          "The changes you requested to the table were not successful because they would "
-          "create duplicate values in the index, primary key, or relationship."},
-         {3078, "DAO.Database",
-          "The Microsoft Jet database engine cannot find the input table "
-          "or query 'Mpas'."}});
-    dialog.show();
-    QVERIFY(dialog.grab().save(path));
   }
 };
 

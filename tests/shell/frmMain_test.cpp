@@ -681,6 +681,7 @@ class FrmMainTest : public QObject {
     f.write(QByteArray(4096, 'x'));
     f.close();
     makeWindow(path);
+    prompter_->answer(Answer::No);  // the offer of the engine's error list
     start();
     QVERIFY(!window_->lifecycle().isOpen());
     QCOMPARE(prompter_->messages().size(), 1);

@@ -1,7 +1,6 @@
-// Help: the language folder worked out from the locale, when ShowHelp opens
-// the viewer, shows a message or does nothing, F1 reaching help from any
-// control of a form, the viewer's navigation, and the shipped help file,
-// menu entry and icon agreeing with each other.
+// Help: when ShowHelp opens the viewer, shows a message or does nothing, F1
+// reaching help from any control of a form, the viewer's navigation, and the
+// shipped help file's links and pictures.
 #include "shell/help.h"
 
 #include <QDialog>
@@ -73,33 +72,6 @@ class HelpTest : public QObject {
   Q_OBJECT
 
  private slots:
-  void languageFolderFromLocale() {
-    QCOMPARE(languageFolder(1033), QStringLiteral("resdlls/0009"));  // "409"
-    QCOMPARE(languageFolder(1040), QStringLiteral("resdlls/0010"));  // "410"
-    // Four hexadecimal digits: the second of them and the last.
-    QCOMPARE(languageFolder(5129), QStringLiteral("resdlls/0049"));  // "1409"
-    // One digit is both the second-of-two and the last.
-    QCOMPARE(languageFolder(9), QStringLiteral("resdlls/0099"));
-    for (uint32_t withLetter : {3082u, 0xABCDu}) {
-      try {
-        languageFolder(withLetter);
-        QFAIL(qPrintable(QStringLiteral("no error for %1").arg(withLetter)));
-      } catch (const HelpError& error) {
-        QCOMPARE(error.number(), kTypeMismatch);
-        QCOMPARE(error.description(), QStringLiteral("Type mismatch"));
-      }
-    }
-    QCOMPARE(helpFilePath(QStringLiteral("/opt/vantor/bin"), 1031),
-             QStringLiteral("/opt/vantor/bin/resdlls/0007/Vantor.HLP"));
-    QCOMPARE(systemHelpLookup().programDir, QCoreApplication::applicationDirPath());
-
-    QCOMPARE(windowsLocaleNumber(QLocale(QLocale::German, QLocale::Austria)), 3079u);
-    // A territory the table lacks falls back on the language's main one.
-    QCOMPARE(windowsLocaleNumber(QLocale(QLocale::German, QLocale::Belgium)), 1031u);
-    // A language the table lacks: English.
-    QCOMPARE(windowsLocaleNumber(QLocale(QLocale::Zulu)), 1033u);
-  }
-
   void showHelpOpensAnExistingFileOrReportsTheFolder() {
     QTemporaryDir programDir;
     ScriptedPrompter prompter;
@@ -240,43 +212,6 @@ class HelpTest : public QObject {
       if (!QFile::exists(sourcePath("docs/screenshots/" + name))) missing << name;
     if (missing.size() == names.size()) QSKIP("docs/screenshots holds none of the pictures yet");
     QVERIFY2(missing.isEmpty(), qPrintable("missing in docs/screenshots: " + missing.join(", ")));
-  }
-
-  void desktopEntryTypeAndIconAgree() {
-    const QString desktop = readSource(QStringLiteral("resources/desktop/vantor.desktop"));
-    const auto value = [&desktop](const QString& key) {
-      const QStringList found = captures(desktop, QStringLiteral("(?m)^") + key + "=(.*)$");
-      return found.size() == 1 ? found[0] : QString();
-    };
-    QCOMPARE(value(QStringLiteral("Exec")), QStringLiteral("vantor %f"));
-    const QString mimeType = value(QStringLiteral("MimeType")).section(QLatin1Char(';'), 0, 0);
-    QCOMPARE(mimeType, QStringLiteral("application/x-vantor-csd"));
-
-    // The shared-mime-info package names that type for *.csd.
-    const QString mime = readSource(QStringLiteral("resources/desktop/vantor-csd.xml"));
-    QXmlStreamReader xml(mime);
-    while (!xml.atEnd()) xml.readNext();
-    QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
-    QCOMPARE(captures(mime, QStringLiteral("<mime-type\\s+type=\"([^\"]+)\"")),
-             QStringList{mimeType});
-    QCOMPARE(captures(mime, QStringLiteral("<glob\\s+pattern=\"([^\"]+)\"")), QStringList{"*.csd"});
-
-    // The icon the menu names is the one the windows show, and it renders.
-    const QString icon = value(QStringLiteral("Icon"));
-    QVERIFY(QFile::exists(sourcePath("resources/icons/" + icon + ".svg")));
-    const QPixmap pixmap = QIcon(":/icons/" + icon + ".svg").pixmap(48, 48);
-    QVERIFY2(!pixmap.isNull(), "the SVG icon plugin (libqt6svg6) is missing");
-    QVERIFY(pixmap.toImage().pixelColor(24, 24).alpha() > 0);
-
-    const QString validator =
-        QStandardPaths::findExecutable(QStringLiteral("desktop-file-validate"));
-    if (validator.isEmpty()) QSKIP("desktop-file-validate is not installed");
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(validator, {sourcePath(QStringLiteral("resources/desktop/vantor.desktop"))});
-    QVERIFY(process.waitForFinished());
-    const QString output = QString::fromUtf8(process.readAll());
-    QVERIFY2(process.exitCode() == 0 && output.trimmed().isEmpty(), qPrintable(output));
   }
 };
 

@@ -16,6 +16,7 @@
 #include "jet/check.h"
 #include "jet/database.h"
 #include "jet/error.h"
+#include "schema/document_lock.h"
 #include "schema/engine_error.h"
 #include "schema/recordset.h"
 #include "schema/schema_database.h"
@@ -31,7 +32,8 @@ const char kUsage[] =
     "Commands:\n"
     "  tables FILE            list the user tables, one a line, in catalog order\n"
     "  schema FILE [TABLE]    show columns and indexes of one table or of all user tables\n"
-    "  columns FILE TABLE     one line per column: name, type, size in bytes, flags (tab-separated)\n"
+    "  columns FILE TABLE     one line per column: name, type, size in bytes, flags "
+    "(tab-separated)\n"
     "  export FILE TABLE      write a table as CSV (the layout of mdb-export)\n"
     "  check FILE             verify the file's structure; one line per fault, exit 1 if any\n"
     "  query FILE \"SELECT ...\"\n"
@@ -55,7 +57,8 @@ const char kUsage[] =
     "quotes is the text NULL. Text matches without regard to case.\n"
     "\n"
     "Edits work on a copy of FILE that replaces it only once complete and on disk; on any\n"
-    "error FILE is left as it was.\n"
+    "error FILE is left as it was. Edits and new take the document's lock (FILE's name with\n"
+    "the extension .ldb, as the editor does) and are refused while another program holds it.\n"
     "\n"
     "Options:\n"
     "  --help                 show this text\n"
@@ -72,26 +75,39 @@ int usageError(const std::string& what) {
   throw jet::JetError(jet::JetError::Kind::kIo, path + ": " + what + ": " + std::strerror(errno));
 }
 
+// Takes the document's lock for the length of a write, so csdtool and the
+// editor never write one document at the same time, and clears what earlier
+// interrupted writes left beside it. Throws EngineError 3045 naming the
+// holder when another program has the document.
+schema::DocumentLock lockForWriting(const std::string& path) {
+  schema::DocumentLock lock = schema::DocumentLock::acquire(path, schema::LockHolder::self());
+  schema::removeLeftoverTemporaries(path);
+  return lock;
+}
+
 // Applies `edit` to a copy of `path` and puts the copy in its place once it
 // is complete and synced, so the file is never left half-written.
 void editSafely(const std::string& given, const std::function<void(jet::Database&)>& edit) {
-  // Through a symbolic link, the file it leads to is edited, not the link.
-  std::error_code ec;
-  std::filesystem::path real = std::filesystem::canonical(given, ec);
-  const std::string path = ec ? given : real.string();
+  schema::DocumentLock lock = lockForWriting(given);
+  // Through symbolic links, the file they lead to is edited, not a link.
+  const std::string path = schema::resolveLinks(given);
   int in = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (in < 0) ioFail(path, "cannot open");
-  struct stat st{};
+  if (in < 0) ioFail(given, "cannot open");
+  struct stat st {};
   if (fstat(in, &st) != 0 || !S_ISREG(st.st_mode)) {
     ::close(in);
     errno = EINVAL;
-    ioFail(path, "not a regular file");
+    ioFail(given, "not a regular file");
+  }
+  if (schema::isReadOnlyFile(path)) {
+    ::close(in);
+    throw jet::JetError(jet::JetError::Kind::kIo, given + ": read-only; left as it was");
   }
   std::string tmp = path + ".csdtool-XXXXXX";
-  int out = ::mkstemp(tmp.data());
+  int out = ::mkostemp(tmp.data(), O_CLOEXEC);
   if (out < 0) {
     ::close(in);
-    ioFail(path, "cannot create a working copy beside it");
+    ioFail(given, "cannot create a working copy beside it");
   }
   auto cleanup = [&] { ::unlink(tmp.c_str()); };
   try {
@@ -99,7 +115,7 @@ void editSafely(const std::string& given, const std::function<void(jet::Database
     while (true) {
       ssize_t n = ::read(in, buf.data(), buf.size());
       if (n < 0 && errno == EINTR) continue;
-      if (n < 0) ioFail(path, "read failed");
+      if (n < 0) ioFail(given, "read failed");
       if (n == 0) break;
       for (ssize_t done = 0; done < n;) {
         ssize_t w = ::write(out, buf.data() + done, static_cast<size_t>(n - done));
@@ -107,6 +123,11 @@ void editSafely(const std::string& given, const std::function<void(jet::Database
         if (w < 0) ioFail(tmp, "write failed");
         done += w;
       }
+    }
+    // The document keeps its mode and, where we may give it, its owner.
+    if (::fchown(out, st.st_uid, st.st_gid) != 0 &&
+        ::fchown(out, static_cast<uid_t>(-1), st.st_gid) != 0) {
+      // Not ours to give away: the edited file belongs to whoever edits it.
     }
     ::fchmod(out, st.st_mode & 07777);
     ::close(in);
@@ -120,10 +141,11 @@ void editSafely(const std::string& given, const std::function<void(jet::Database
     } catch (const jet::JetError& e) {
       // Speak of the user's file, not of the working copy.
       std::string msg = e.what();
-      for (size_t at; (at = msg.find(tmp)) != std::string::npos;) msg.replace(at, tmp.size(), given);
+      for (size_t at; (at = msg.find(tmp)) != std::string::npos;)
+        msg.replace(at, tmp.size(), given);
       throw jet::JetError(e.kind(), msg);
     }
-    if (::rename(tmp.c_str(), path.c_str()) != 0) ioFail(path, "cannot replace it");
+    if (::rename(tmp.c_str(), path.c_str()) != 0) ioFail(given, "cannot replace it");
     std::string dir = std::filesystem::path(path).parent_path().string();
     int dfd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dfd >= 0) {
@@ -251,7 +273,11 @@ int newFromTemplate(const std::vector<std::string>& args) {
     if (!force && std::filesystem::exists(out))
       throw std::runtime_error(out + ": already exists (--force replaces it)");
     jet::Database::openFile(from)->userTableNames();  // a Jet database, or an error naming it
-    copyIntoPlace(from, out, force);
+    schema::DocumentLock lock = lockForWriting(out);
+    copyIntoPlace(from, schema::resolveLinks(out), force);
+  } catch (const schema::EngineError& e) {
+    std::cerr << "csdtool: " << out << ": error " << e.number() << ": " << e.description() << "\n";
+    return 1;
   } catch (const std::exception& e) {
     // The messages name their files; main() would put the first argument in front.
     std::cerr << "csdtool: " << e.what() << "\n";
@@ -260,28 +286,15 @@ int newFromTemplate(const std::vector<std::string>& args) {
   return 0;
 }
 
-// Runs `body` on a working copy of `path` opened through the data layer, as
-// the editor would, so the file itself is never touched.
-void withWorkingCopy(const std::string& path,
-                     const std::function<void(schema::SchemaDatabase&)>& body) {
-  namespace fs = std::filesystem;
-  if (!fs::is_regular_file(path))
+// Runs `body` on `path` opened through the data layer to read only, as the
+// editor would query it; nothing is written and no lock is taken.
+void withReadOnly(const std::string& path,
+                  const std::function<void(schema::SchemaDatabase&)>& body) {
+  if (!std::filesystem::is_regular_file(path))
     throw jet::JetError(jet::JetError::Kind::kIo, path + ": no such file");
-  std::string dir = (fs::temp_directory_path() / "csdtool-XXXXXX").string();
-  if (!::mkdtemp(dir.data())) ioFail(path, "cannot make a working folder");
-  const std::string copy = dir + "/work.csd";
-  try {
-    fs::copy_file(path, copy);
-    fs::permissions(copy, fs::perms::owner_read | fs::perms::owner_write);
-    schema::SchemaDatabase db;
-    db.open(copy);
-    body(db);
-    db.close();
-  } catch (...) {
-    fs::remove_all(dir);
-    throw;
-  }
-  fs::remove_all(dir);
+  schema::SchemaDatabase db;
+  db.openReadOnly(path);
+  body(db);
 }
 
 void printRecordset(schema::Recordset& rs, bool firstOnly) {
@@ -347,7 +360,7 @@ int run(const std::vector<std::string>& args) {
   }
   if (cmd == "query") {
     if (args.size() != 3) return usageError("query takes FILE \"SELECT ...\"");
-    withWorkingCopy(args[1], [&](schema::SchemaDatabase& db) {
+    withReadOnly(args[1], [&](schema::SchemaDatabase& db) {
       schema::Recordset rs = db.openRecordset(args[2]);
       printRecordset(rs, false);
     });
@@ -355,8 +368,11 @@ int run(const std::vector<std::string>& args) {
   }
   if (cmd == "find") {
     if (args.size() != 4) return usageError("find takes FILE TABLE \"CRITERIA\"");
+    // A table's name, never a piece of SQL: brackets cannot be part of one.
+    if (args[2].find_first_of("[]") != std::string::npos)
+      throw schema::EngineError(schema::err::kTableNotFound, schema::sources::kDatabase, {args[2]});
     bool found = false;
-    withWorkingCopy(args[1], [&](schema::SchemaDatabase& db) {
+    withReadOnly(args[1], [&](schema::SchemaDatabase& db) {
       schema::Recordset rs = db.openRecordset("select * from [" + args[2] + "]");
       rs.findFirst(args[3]);
       if (rs.noMatch()) return;
@@ -382,7 +398,8 @@ int run(const std::vector<std::string>& args) {
       jet::RowId id = db.insertRow(t, values);
       std::vector<jet::Value> stored = db.decodeRow(t, *db.rowData(id));
       for (size_t i = 0; i < t.columns.size(); ++i)
-        if (t.columns[i].isAutoNumber()) std::cout << csdtool::csvField(t.columns[i], stored[i]) << "\n";
+        if (t.columns[i].isAutoNumber())
+          std::cout << csdtool::csvField(t.columns[i], stored[i]) << "\n";
     });
     return 0;
   }
@@ -454,7 +471,8 @@ int main(int argc, char** argv) {
   } catch (const jet::JetError& e) {
     std::cerr << "csdtool: " << e.what() << "\n";
   } catch (const schema::EngineError& e) {
-    std::cerr << "csdtool: " << args[1] << ": error " << e.number() << ": " << e.description() << "\n";
+    std::cerr << "csdtool: " << args[1] << ": error " << e.number() << ": " << e.description()
+              << "\n";
   } catch (const std::exception& e) {
     std::cerr << "csdtool: " << (args.size() > 1 ? args[1] + ": " : "") << e.what() << "\n";
   }

@@ -1,0 +1,94 @@
+#!/usr/bin/env bash
+# csdtool as one writer among others: two insert loops on one document end
+# with a row for every reported success and a clean refusal for every loser;
+# a live lock holder refuses it and a killed one does not; what interrupted
+# writes left beside the document goes; links lead to the real file and a
+# read-only document stays as it was; find takes a table's name, not SQL, and
+# a query nested beyond reason is refused, not a crash.
+#
+#   csdtool_writers_test.sh CSDTOOL TEMPLATE
+set -euo pipefail
+csdtool=$1
+template=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() {
+  echo "FAIL: $*" >&2
+  exit 1
+}
+doc=$work/doc.csd
+cp "$template" "$doc"
+rows() { "$csdtool" export "$1" Directories | tail -n +2 | wc -l; }
+
+loop() {
+  local ok=0 refused=0 i
+  for i in $(seq 100); do
+    if "$csdtool" insert "$doc" Directories "Path=/$1/$i" >>"$work/keys" 2>"$work/err.$1"; then
+      ok=$((ok + 1))
+    else
+      grep -Eq "error 3045: Could not use '$doc'; file already in use\. It is open in csdtool \(process [0-9]+\) of " \
+        "$work/err.$1" || fail "not a clean refusal: $(cat "$work/err.$1")"
+      refused=$((refused + 1))
+    fi
+  done
+  echo "$ok" >"$work/ok.$1"
+}
+loop a &
+first=$!
+loop b &
+second=$!
+wait "$first" || exit 1
+wait "$second" || exit 1
+succeeded=$(($(cat "$work/ok.a") + $(cat "$work/ok.b")))
+[[ $(rows "$doc") -eq $succeeded ]] || fail "$(rows "$doc") rows for $succeeded reported inserts"
+[[ -z $(sort "$work/keys" | uniq -d) ]] || fail "AutoNumber keys handed out twice"
+"$csdtool" check "$doc" || fail "check"
+
+# A live holder refuses; once it is killed its lock file blocks nobody.
+(
+  exec 9>"$work/doc.ldb"
+  flock 9
+  exec sleep 60
+) &
+holder=$!
+sleep 0.3
+if "$csdtool" delete "$doc" Directories "Path=/a/1" 2>"$work/err"; then fail "wrote past a lock"; fi
+grep -q "error 3045: .*Another program holds its lock file $work/doc.ldb" "$work/err" ||
+  fail "$(cat "$work/err")"
+"$csdtool" new --template "$template" "$doc" --force 2>/dev/null && fail "new replaced a locked document"
+kill -9 "$holder"
+wait "$holder" 2>/dev/null || true
+[[ -e $work/doc.ldb ]] || fail "the killed holder's lock file should still be there"
+
+# Leftovers of an interrupted save and csdtool run go with the next write.
+touch "$work/.doc.csd.Ab12Cd" "$work/doc.csd.csdtool-Zz99Yy" "$work/doc.csd.csdtool-notmine"
+before=$(rows "$doc")
+ln -s doc.csd "$work/middle.csd"
+ln -s "$work/middle.csd" "$work/link.csd"
+chmod 640 "$doc"
+"$csdtool" insert "$work/link.csd" Directories "Path=/linked" >/dev/null
+[[ -L $work/link.csd && -L $work/middle.csd ]] || fail "a link was replaced"
+[[ $(rows "$doc") -eq $((before + 1)) && $(stat -c %a "$doc") == 640 ]] || fail "link chain"
+[[ ! -e $work/.doc.csd.Ab12Cd && ! -e $work/doc.csd.csdtool-Zz99Yy && ! -e $work/doc.ldb &&
+  -e $work/doc.csd.csdtool-notmine ]] || fail "leftovers: $(ls -A "$work")"
+
+chmod 444 "$doc"
+cp "$doc" "$work/before"
+if "$csdtool" insert "$doc" Directories "Path=/ro" 2>"$work/err"; then fail "wrote a read-only file"; fi
+grep -q "read-only" "$work/err" && cmp -s "$doc" "$work/before" || fail "read-only: $(cat "$work/err")"
+
+# find's TABLE is a name; nesting and joins beyond Jet's limits are refused.
+if "$csdtool" find "$doc" "Directories] where 1=1 or [Maps" "dirId > 0" 2>"$work/err"; then
+  fail "find ran SQL"
+fi
+grep -q "error 3078" "$work/err" || fail "$(cat "$work/err")"
+deep=$(printf '(%.0s' $(seq 10000))1=1$(printf ')%.0s' $(seq 10000))
+if "$csdtool" find "$doc" Directories "$deep" 2>"$work/err"; then fail "10000 parentheses"; fi
+grep -q "error 3360: Query is too complex." "$work/err" || fail "$(cat "$work/err")"
+nots=$(printf 'NOT %.0s' $(seq 30000))
+if "$csdtool" query "$doc" "select * from Maps where $nots dirId = 1" 2>"$work/err"; then fail "NOT"; fi
+grep -q "error 3360" "$work/err" || fail "$(cat "$work/err")"
+tables=$(printf ', Maps m%d' $(seq 32))
+if "$csdtool" query "$doc" "select * from Maps$tables" 2>"$work/err"; then fail "33 tables"; fi
+grep -q "error 3360" "$work/err" || fail "$(cat "$work/err")"
+echo "csdtool writers: $succeeded of 200 inserts succeeded, the rest refused cleanly"
