@@ -1,0 +1,93 @@
+// The Feature Definition tab's feature class list: New and Edit open the
+// Feature Definition Wizard on the main window's database and recordsets,
+// Delete removes a class with everything that hangs from it.
+#include <QApplication>
+#include <QListWidget>
+
+#include "features/feature_list.h"
+#include "features/frmWizard.h"
+#include "shell/frmMain.h"
+#include "shell/help.h"
+#include "ui_frmMain.h"
+
+namespace {
+
+// The busy pointer over one step of a handler, restored however it ends.
+class BusyPointer {
+ public:
+  BusyPointer() { QApplication::setOverrideCursor(Qt::WaitCursor); }
+  ~BusyPointer() { QApplication::restoreOverrideCursor(); }
+  BusyPointer(const BusyPointer&) = delete;
+  BusyPointer& operator=(const BusyPointer&) = delete;
+};
+
+}  // namespace
+
+void frmMain::wireFeatureTab() {
+  // Choosing a class with the keyboard enables Edit and Delete as a click
+  // does.
+  connect(ui_->lbFeatCls, &QListWidget::currentRowChanged, this, [this](int row) {
+    if (row < 0) return;
+    ui_->butEditFeatCls->setEnabled(true);
+    ui_->butDeleteFeatCls->setEnabled(true);
+  });
+  connect(ui_->butNewFeatCls, &QPushButton::clicked, this,
+          [this] { trap([this] { runFeatureWizard(false); }); });
+  connect(ui_->butEditFeatCls, &QPushButton::clicked, this,
+          [this] { trap([this] { runFeatureWizard(true); }); });
+  connect(ui_->lbFeatCls, &QListWidget::itemDoubleClicked, this,
+          [this] { trap([this] { runFeatureWizard(true); }); });
+  connect(ui_->butDeleteFeatCls, &QPushButton::clicked, this,
+          [this] { trap([this] { deleteFeatureClass(); }); });
+}
+
+void frmMain::runFeatureWizard(bool edit) {
+  QListWidget* list = ui_->lbFeatCls;
+  const int remembered = list->currentRow();
+  if (edit && !list->currentItem()) return;
+  const QString name = edit ? list->currentItem()->text() : QString();
+  // However the wizard ends, even when it cannot read its feature class,
+  // the list and the recordsets are read again afterwards.
+  struct Refresh {
+    frmMain& window;
+    int row;
+    ~Refresh() {
+      BusyPointer busy;
+      window.requery();
+      window.trap([this] {
+        window.fillFeatureList();
+        QListWidget* list = window.ui_->lbFeatCls;
+        list->setCurrentRow(row);
+        window.ui_->butEditFeatCls->setEnabled(list->currentItem() != nullptr);
+        window.ui_->butDeleteFeatCls->setEnabled(list->currentItem() != nullptr);
+      });
+    }
+  } refresh{*this, remembered};
+
+  features::WizardRecordsets recordsets{
+      sharedRecordset("Features"),          sharedRecordset("Maps"),
+      sharedRecordset("Directories"),       sharedRecordset("CoordinateSystemFiles"),
+      sharedRecordset("GraphicAttributes"), sharedRecordset("FeatureDefAttr")};
+  features::frmWizard dialog(lifecycle_->database(), recordsets, *prompter_, this);
+  dialog.setErrorSink([this](const std::exception& e) { report(e); });
+  dialog.setHelpHandler(
+      [this, &dialog](int context) { shell::ShowHelp(&dialog, *prompter_, context); });
+  {
+    BusyPointer busy;
+    dialog.load(name, scanner_.drawingScannerClass());
+  }
+  shell::installHelpKey(&dialog, *prompter_);
+  if (options_.runFeatureWizard)
+    options_.runFeatureWizard(dialog);
+  else
+    dialog.exec();
+}
+
+void frmMain::deleteFeatureClass() {
+  QListWidgetItem* item = ui_->lbFeatCls->currentItem();
+  if (!item) return;
+  BusyPointer busy;
+  if (features::deleteFeatureClass(lifecycle_->database(), sharedRecordset("Features"),
+                                   item->text()))
+    fillFeatureList();
+}
