@@ -36,11 +36,15 @@ QString line(const QString& s) { return "  " + s + "\r\n"; }
 }  // namespace
 
 void FeatureMaps::load() {
-  available_.clear();
-  loaded_.clear();
   folderByPath_.clear();
   mapByFolderAndName_.clear();
   csByName_.clear();
+  mapOfDisplay_.clear();
+  available_.clear();
+  loaded_.clear();
+  folders_.clear();
+  maps_.clear();
+  indexed_ = false;
   rowsByMap_.clear();
   selected_.clear();
   selectedCount_ = 0;
@@ -49,32 +53,32 @@ void FeatureMaps::load() {
   schema::Recordset& dirs = c_.rs.directories;
   if (dirs.recordCount() > 0)
     for (dirs.moveFirst(); !dirs.eof(); dirs.moveNext()) {
-      const int32_t dirId = longOrZero(dirs, "dirId");
-      const QString path = textOrEmpty(dirs, "Path");
-      pathOf.try_emplace(dirId, path);
-      folderByPath_.try_emplace(key(path), dirId);
+      folders_.push_back({longOrZero(dirs, "dirId"), textOrEmpty(dirs, "Path")});
+      pathOf.try_emplace(folders_.back().dirId, folders_.back().path);
     }
 
   std::unordered_map<int32_t, QString> displayOf;
   schema::Recordset& maps = c_.rs.maps;
   available_.reserve(maps.recordCount());
+  maps_.reserve(size_t(maps.recordCount()));
   if (maps.recordCount() > 0)
     for (maps.moveFirst(); !maps.eof(); maps.moveNext()) {
-      const int32_t mapId = longOrZero(maps, "mapId");
-      const int32_t dirId = longOrZero(maps, "dirId");
-      const QString name = textOrEmpty(maps, "Name");
-      const auto folder = pathOf.find(dirId);
-      const QString display = folder == pathOf.end() ? name : folder->second + "/" + name;
-      available_ << display;
-      displayOf.try_emplace(mapId, display);
-      const std::string nameKey = key(name);
-      mapByFolderAndName_.try_emplace(folderKey(dirId, nameKey), mapId);
-      csByName_.try_emplace(nameKey, !jet::isNull(maps.field("csfid")));
+      Map map{longOrZero(maps, "mapId"),
+              longOrZero(maps, "dirId"),
+              textOrEmpty(maps, "Name"),
+              {},
+              !jet::isNull(maps.field("csfid"))};
+      const auto folder = pathOf.find(map.dirId);
+      map.display = folder == pathOf.end() ? map.name : folder->second + "/" + map.name;
+      available_ << map.display;
+      displayOf.try_emplace(map.mapId, map.display);
+      maps_.push_back(std::move(map));
     }
 
   rows_ = c_.db.openRecordset("select * from [FeatureMaps] where [feaId] = " +
                               std::to_string(c_.featureId));
   if (rows_.recordCount() == 0) return;
+  loaded_.reserve(rows_.recordCount());
   for (rows_.moveFirst(); !rows_.eof(); rows_.moveNext()) {
     const int32_t mapId = longOrZero(rows_, "mapId");
     rowsByMap_[mapId].push_back(rows_.bookmark());
@@ -86,7 +90,33 @@ void FeatureMaps::load() {
   }
 }
 
+void FeatureMaps::index() {
+  if (indexed_) return;
+  for (const Folder& f : folders_) folderByPath_.try_emplace(key(f.path), f.dirId);
+  std::vector<std::string> nameKeys;
+  nameKeys.reserve(maps_.size());
+  for (const Map& m : maps_) {
+    nameKeys.push_back(key(m.name));
+    mapByFolderAndName_.try_emplace(folderKey(m.dirId, nameKeys.back()), m.mapId);
+    csByName_.try_emplace(nameKeys.back(), m.hasCs);
+  }
+  // Each offered string resolved once, as resolve() would resolve it.
+  std::unordered_map<int32_t, std::string> pathKeyOf;
+  for (const Folder& f : folders_) pathKeyOf.try_emplace(f.dirId, key(f.path));
+  for (size_t i = 0; i < maps_.size(); ++i) {
+    const auto pathKey = pathKeyOf.find(maps_[i].dirId);
+    if (pathKey == pathKeyOf.end() || maps_[i].name.contains(QLatin1Char('/'))) continue;
+    const auto folder = folderByPath_.find(pathKey->second);
+    const auto map = mapByFolderAndName_.find(folderKey(folder->second, nameKeys[i]));
+    if (map != mapByFolderAndName_.end()) mapOfDisplay_.insert(maps_[i].display, map->second);
+  }
+  indexed_ = true;
+}
+
 int32_t FeatureMaps::resolve(const QString& display, int consequence) {
+  index();
+  if (const auto known = mapOfDisplay_.constFind(display); known != mapOfDisplay_.constEnd())
+    return *known;
   const auto [path, name] = splitDisplay(display);
   const auto folder = folderByPath_.find(key(path));
   if (folder == folderByPath_.end()) {
@@ -130,9 +160,10 @@ bool FeatureMaps::remove(const QString& map) {
   return true;
 }
 
-QString FeatureMaps::check(const QString& csText) const {
+QString FeatureMaps::check(const QString& csText) {
   if (selectedCount_ <= 0) return line(text(5028));
   if (!csText.isEmpty()) return {};
+  index();
   for (auto at = selected_.begin(); at != selected_.end(); ++at) {
     const auto cs = csByName_.find(key(splitDisplay(at.key()).second));
     if (cs != csByName_.end() && cs->second) return line(text(5030));
