@@ -140,6 +140,12 @@ void frmWizard::showStep() {
   // Enter goes on to the next step, and on the last one finishes.
   ui_->cmdNav3->setDefault(wizard_.nextEnabled());
   ui_->cmdNav4->setDefault(!wizard_.nextEnabled());
+  // The grid's cursor starts on the values, where typing is meant to go.
+  QTableView* grid = ui_->TDBGrid1;
+  if (step == 3 && grid_->rowCount() > 0 &&
+      grid->currentIndex().column() != ValueGridModel::kValues)
+    grid->setCurrentIndex(
+        grid_->index(std::max(grid->currentIndex().row(), 0), ValueGridModel::kValues));
   focusStep();
 }
 
