@@ -21,13 +21,19 @@ class BusyPointer {
   BusyPointer& operator=(const BusyPointer&) = delete;
 };
 
+// The class chosen in the list; null when none is.
+QListWidgetItem* chosen(QListWidget* list) {
+  const QList<QListWidgetItem*> items = list->selectedItems();
+  return items.isEmpty() ? nullptr : items.first();
+}
+
 }  // namespace
 
 void frmMain::wireFeatureTab() {
-  // Choosing a class with the keyboard enables Edit and Delete as a click
+  // Choosing a class with the arrow keys enables Edit and Delete as a click
   // does.
-  connect(ui_->lbFeatCls, &QListWidget::currentRowChanged, this, [this](int row) {
-    if (row < 0) return;
+  connect(ui_->lbFeatCls, &QListWidget::itemSelectionChanged, this, [this] {
+    if (ui_->lbFeatCls->selectedItems().isEmpty()) return;
     ui_->butEditFeatCls->setEnabled(true);
     ui_->butDeleteFeatCls->setEnabled(true);
   });
@@ -43,9 +49,10 @@ void frmMain::wireFeatureTab() {
 
 void frmMain::runFeatureWizard(bool edit) {
   QListWidget* list = ui_->lbFeatCls;
-  const int remembered = list->currentRow();
-  if (edit && !list->currentItem()) return;
-  const QString name = edit ? list->currentItem()->text() : QString();
+  QListWidgetItem* item = chosen(list);
+  if (edit && !item) return;
+  const int remembered = item ? list->row(item) : -1;
+  const QString name = edit ? item->text() : QString();
   // However the wizard ends, even when it cannot read its feature class,
   // the list and the recordsets are read again afterwards.
   struct Refresh {
@@ -56,10 +63,7 @@ void frmMain::runFeatureWizard(bool edit) {
       window.requery();
       window.trap([this] {
         window.fillFeatureList();
-        QListWidget* list = window.ui_->lbFeatCls;
-        list->setCurrentRow(row);
-        window.ui_->butEditFeatCls->setEnabled(list->currentItem() != nullptr);
-        window.ui_->butDeleteFeatCls->setEnabled(list->currentItem() != nullptr);
+        window.ui_->lbFeatCls->setCurrentRow(row);
       });
     }
   } refresh{*this, remembered};
@@ -84,7 +88,7 @@ void frmMain::runFeatureWizard(bool edit) {
 }
 
 void frmMain::deleteFeatureClass() {
-  QListWidgetItem* item = ui_->lbFeatCls->currentItem();
+  QListWidgetItem* item = chosen(ui_->lbFeatCls);
   if (!item) return;
   BusyPointer busy;
   if (features::deleteFeatureClass(lifecycle_->database(), sharedRecordset("Features"),

@@ -335,7 +335,7 @@ class WizardWidgetTest : public QObject {
       press(&d, Qt::Key_Escape);
     };
     featureList()->setFocus();
-    press(featureList(), Qt::Key_Home);
+    press(featureList(), Qt::Key_Space);
     child<QPushButton>(window_.get(), "butEditFeatCls")->click();
     QCOMPARE(wizardsRun_, 3);
     QCOMPARE(sha1(workingCopy), before);
@@ -347,7 +347,7 @@ class WizardWidgetTest : public QObject {
     child<QPushButton>(window_.get(), "butDeleteFeatCls")->click();  // nothing selected
     QCOMPARE(featureList()->count(), 1);
     featureList()->setFocus();
-    press(featureList(), Qt::Key_Home);
+    press(featureList(), Qt::Key_Space);
     child<QPushButton>(window_.get(), "butDeleteFeatCls")->click();
     QCOMPARE(featureList()->count(), 0);
     saveAndExpect({});
