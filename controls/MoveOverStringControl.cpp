@@ -4,6 +4,8 @@
 #include <QFontMetrics>
 #include <QtDebug>
 #include <array>
+#include <exception>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -55,20 +57,25 @@ void logError(const std::exception& error) { qWarning("MoveOverStringControl: %s
 MoveOverStringControl::MoveOverStringControl(QWidget* parent)
     : QWidget(parent), ui_(std::make_unique<Ui::MoveOverStringControl>()), errorSink_(logError) {
   ui_->setupUi(this);
-  connect(ui_->butSelect, &QPushButton::clicked, this,
-          [this] { trapped([this] { copyAcross(Scope::Highlighted); }); });
+  const auto highlighted = [](const QListWidget* list) {
+    return int(list->selectionModel()->selectedRows().size());
+  };
+  connect(ui_->butSelect, &QPushButton::clicked, this, [this, highlighted] {
+    trapped(highlighted(ui_->AvailableList), [this] { copyAcross(Scope::Highlighted); });
+  });
   connect(ui_->butSelectAll, &QPushButton::clicked, this,
-          [this] { trapped([this] { copyAcross(Scope::Every); }); });
-  connect(ui_->butUnSelect, &QPushButton::clicked, this,
-          [this] { trapped([this] { removeHighlighted(); }); });
+          [this] { trapped(ui_->AvailableList->count(), [this] { copyAcross(Scope::Every); }); });
+  connect(ui_->butUnSelect, &QPushButton::clicked, this, [this, highlighted] {
+    trapped(highlighted(ui_->SelectedList), [this] { removeHighlighted(); });
+  });
   connect(ui_->butUnSelectAll, &QPushButton::clicked, this,
-          [this] { trapped([this] { removeAll(); }); });
+          [this] { trapped(ui_->SelectedList->count(), [this] { removeAll(); }); });
   // The first click of a double-click has already highlighted the entry
   // alone, so the double-click moves just that one.
   connect(ui_->AvailableList, &QListWidget::itemDoubleClicked, this,
-          [this] { trapped([this] { copyAcross(Scope::Highlighted); }); });
+          [this] { trapped(1, [this] { copyAcross(Scope::Highlighted); }); });
   connect(ui_->SelectedList, &QListWidget::itemDoubleClicked, this,
-          [this] { trapped([this] { removeHighlighted(); }); });
+          [this] { trapped(1, [this] { removeHighlighted(); }); });
 }
 
 MoveOverStringControl::~MoveOverStringControl() = default;
@@ -77,12 +84,14 @@ QString MoveOverStringControl::LeftLabel() const { return ui_->lblLeftList->text
 
 void MoveOverStringControl::setLeftLabel(const QString& caption) {
   ui_->lblLeftList->setText(caption);
+  ui_->AvailableList->setAccessibleName(caption);
 }
 
 QString MoveOverStringControl::RightLabel() const { return ui_->lblRightList->text(); }
 
 void MoveOverStringControl::setRightLabel(const QString& caption) {
   ui_->lblRightList->setText(caption);
+  ui_->SelectedList->setAccessibleName(caption);
 }
 
 namespace {
@@ -111,8 +120,9 @@ void MoveOverStringControl::setSelectedStrings(const QStringList* strings) {
     ui_->SelectedList->setHorizontalExtent(widestSelected_ + padding());
     return;
   }
-  ui_->SelectedList->clear();
+  ClearSelected();
   fill(ui_->SelectedList, widestSelected_, *strings);
+  for (const QString& text : *strings) ++selectedCount_[text];
 }
 
 void MoveOverStringControl::enabled(bool value) {
@@ -128,7 +138,10 @@ void MoveOverStringControl::Clear() {
 
 void MoveOverStringControl::ClearAvailable() { ui_->AvailableList->clear(); }
 
-void MoveOverStringControl::ClearSelected() { ui_->SelectedList->clear(); }
+void MoveOverStringControl::ClearSelected() {
+  ui_->SelectedList->clear();
+  selectedCount_.clear();
+}
 
 void MoveOverStringControl::setErrorSink(ErrorSink sink) {
   errorSink_ = sink ? std::move(sink) : ErrorSink(logError);
@@ -145,24 +158,27 @@ void MoveOverStringControl::measure(const QString& text, int& widest) const {
 
 void MoveOverStringControl::fill(ExtentListWidget* list, int& widest, const QStringList& strings) {
   const int room = padding();
-  for (const QString& text : strings) {
-    measure(text, widest);
-    list->addItem(text);
-  }
+  for (const QString& text : strings) measure(text, widest);
+  list->addItems(strings);
   list->setHorizontalExtent(widest + room);
 }
 
 bool MoveOverStringControl::isSelected(const QString& text) const {
-  // The scan runs one entry past the end, where a list reads as the empty
-  // string: an empty available string therefore always counts as selected
-  // and is never copied. Containers rely on that, so it stays.
-  const QListWidget* list = ui_->SelectedList;
-  const int count = list->count();
-  for (int k = 0; k <= count; ++k) {
-    const QString entry = k < count ? list->item(k)->text() : QString();
-    if (entry == text) return true;
-  }
-  return false;
+  // The scan this stands for runs one entry past the end, where a list
+  // reads as the empty string: an empty available string therefore always
+  // counts as selected and is never copied. Containers rely on that.
+  return text.isEmpty() || selectedCount_.contains(text);
+}
+
+void MoveOverStringControl::appendSelected(const QString& text) {
+  ui_->SelectedList->addItem(text);
+  ++selectedCount_[text];
+}
+
+void MoveOverStringControl::takeSelected(int row) {
+  std::unique_ptr<QListWidgetItem> item(ui_->SelectedList->takeItem(row));
+  const auto at = selectedCount_.find(item->text());
+  if (at != selectedCount_.end() && --*at == 0) selectedCount_.erase(at);
 }
 
 void MoveOverStringControl::copyAcross(Scope scope) {
@@ -181,27 +197,31 @@ void MoveOverStringControl::copyAcross(Scope scope) {
     emit ItemSelected();
     if (!addAllowed_) continue;
     measure(text, widestSelected_);
-    ui_->SelectedList->addItem(text);
+    appendSelected(text);
   }
 }
 
 void MoveOverStringControl::removeHighlighted() {
   QListWidget* selected = ui_->SelectedList;
-  const auto firstHighlighted = [selected] {
-    for (int j = 0; j < selected->count(); ++j)
+  // Entries above the last one offered are removed or un-highlighted by
+  // then, so the search goes on from there rather than from the top.
+  const auto firstHighlighted = [selected](int from) {
+    for (int j = from; j < selected->count(); ++j)
       if (selected->item(j)->isSelected()) return j;
     return -1;
   };
   // A vetoed entry loses its highlight, so each one is offered once.
-  for (int j = firstHighlighted(); j >= 0; j = firstHighlighted()) {
+  for (int j = firstHighlighted(0); j >= 0; j = firstHighlighted(j)) {
     removeAllowed_ = true;
     activeItem_ = selected->item(j)->text();
     emit ItemUnSelected();
     if (j >= selected->count()) continue;
-    if (removeAllowed_)
-      delete selected->takeItem(j);
-    else
+    if (removeAllowed_) {
+      takeSelected(j);
+    } else {
       selected->item(j)->setSelected(false);
+      ++j;
+    }
   }
 }
 
@@ -215,7 +235,7 @@ void MoveOverStringControl::removeAll() {
     emit ItemUnSelected();
     if (p >= selected->count()) break;
     if (removeAllowed_) {
-      delete selected->takeItem(p);
+      takeSelected(p);
     } else {
       selected->item(p)->setSelected(false);
       ++p;
@@ -223,15 +243,28 @@ void MoveOverStringControl::removeAll() {
   }
 }
 
-void MoveOverStringControl::trapped(const std::function<void()>& move) {
+void MoveOverStringControl::trapped(int count, const std::function<void()>& move) {
   BusyPointer busy;
+  std::exception_ptr failure;
   try {
+    emit MoveStarted(count);
     move();
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  // The container closes the move first, then hears what went wrong.
+  try {
+    emit MoveFinished();
+  } catch (...) {
+    if (!failure) failure = std::current_exception();
+  }
+  if (!failure) return;
+  busy.restore();
+  try {
+    std::rethrow_exception(failure);
   } catch (const std::exception& error) {
-    busy.restore();
     report(error);
   } catch (...) {
-    busy.restore();
     report(std::runtime_error("unknown error"));
   }
 }

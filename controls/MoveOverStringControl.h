@@ -9,8 +9,12 @@
 // Promises: a move stops at the first exception a handler throws; the
 // strings moved until then stay moved, the busy pointer is gone, and the
 // exception is handed to the error sink. No other member reports errors.
+// Each list's accessible name is its caption, so assistive tools tell the
+// two lists apart. Lists of tens of thousands of strings stay quick: they
+// are filled in one pass and a copy finds duplicates without a scan.
 #pragma once
 
+#include <QHash>
 #include <QString>
 #include <QStringList>
 #include <QWidget>
@@ -84,6 +88,13 @@ class MoveOverStringControl : public QWidget {
   void ItemSelected();
   // Before each string is removed from the selected list.
   void ItemUnSelected();
+  // Around each of the four moves: at most `count` strings will be offered
+  // one by one; MoveFinished follows whether the move ran through or a
+  // handler threw, before the error sink hears of it. A container may
+  // gather the move's writes between the two; what their handlers throw
+  // ends the move and reaches the error sink like a failed move.
+  void MoveStarted(int count);
+  void MoveFinished();
 
  private:
   enum class Scope { Highlighted, Every };
@@ -93,12 +104,16 @@ class MoveOverStringControl : public QWidget {
   void measure(const QString& text, int& widest) const;
   void fill(ExtentListWidget* list, int& widest, const QStringList& strings);
   bool isSelected(const QString& text) const;
+  // The selected list's content changes only through these, which keep
+  // selectedCount_ in step.
+  void appendSelected(const QString& text);
+  void takeSelected(int row);
 
   // The four moves, each run through trapped() from the buttons and lists.
   void copyAcross(Scope scope);
   void removeHighlighted();
   void removeAll();
-  void trapped(const std::function<void()>& move);
+  void trapped(int count, const std::function<void()>& move);
   void report(const std::exception& error);
 
   std::unique_ptr<Ui::MoveOverStringControl> ui_;
@@ -107,6 +122,8 @@ class MoveOverStringControl : public QWidget {
   bool removeAllowed_ = true;
   int widestAvailable_ = 0;
   int widestSelected_ = 0;
+  // How often each string stands in the selected list.
+  QHash<QString, int> selectedCount_;
   ErrorSink errorSink_;
 };
 

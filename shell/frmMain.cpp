@@ -4,7 +4,6 @@
 #include <QCloseEvent>
 #include <QDir>
 #include <QFileInfo>
-#include <QHeaderView>
 #include <QListWidget>
 #include <QTimer>
 #include <optional>
@@ -13,9 +12,14 @@
 #include "document/string_table.h"
 #include "linkage/frmDBLinkageOptions.h"
 #include "linkage/frmPrimaryUniqueKeys.h"
+#include "folders/file_choices.h"
 #include "schema/list_entries.h"
+#include "shell/CoordinateSystemsTab.h"
+#include "shell/FilesTab.h"
+#include "shell/busy.h"
 #include "shell/errorreport.h"
 #include "shell/frmAbout.h"
+#include "shell/frmDir.h"
 #include "shell/frmIntro.h"
 #include "shell/frmNewFile.h"
 #include "shell/help.h"
@@ -25,6 +29,7 @@
 using document::DocumentChoice;
 using document::DocumentKind;
 using document::text;
+using shell::Hourglass;
 
 namespace {
 
@@ -34,15 +39,6 @@ std::string ss(const QString& s) { return s.toStdString(); }
 linkage::DocumentKind scannerKind(DocumentKind kind) {
   return static_cast<linkage::DocumentKind>(static_cast<int>(kind));
 }
-
-// The hourglass around one handler, restored however it ends.
-class Hourglass {
- public:
-  Hourglass() { QApplication::setOverrideCursor(Qt::WaitCursor); }
-  ~Hourglass() { QApplication::restoreOverrideCursor(); }
-  Hourglass(const Hourglass&) = delete;
-  Hourglass& operator=(const Hourglass&) = delete;
-};
 
 void fillList(QListWidget* list, const std::vector<schema::ListEntry>& entries) {
   list->clear();
@@ -83,9 +79,7 @@ frmMain::frmMain(Options options, QWidget* parent)
   for (auto* chooser : {ui_->MoveOverStringControlMapFiles, ui_->MoveOverStringControlCSFiles})
     chooser->setErrorSink([this](const std::exception& e) { report(e); });
 
-  QHeaderView* header = ui_->tdbgCS->horizontalHeader();
-  for (int column = 0; column < ui_->tdbgCS->columnCount() - 1; ++column)
-    header->setSectionResizeMode(column, QHeaderView::ResizeToContents);
+  createFolderTabs();
 
   ui_->comboRDBScannerCls->clear();
   ui_->comboRDBScannerCls->addItem(qs(std::string(linkage::kOdbcDatabaseScanner)));
@@ -109,11 +103,7 @@ frmMain::frmMain(Options options, QWidget* parent)
           [this] { trap([this] { runDBLinkageOptions(); }); });
   connect(ui_->butPrimaryUniqueKeys, &QPushButton::clicked, this,
           [this] { trap([this] { runPrimaryUniqueKeys(); }); });
-  // The folder and feature buttons wait for a selection in their list.
-  connect(ui_->lbDirectories, &QListWidget::itemClicked, this, [this] {
-    ui_->butChangeDir->setEnabled(true);
-    ui_->butRemoveDir->setEnabled(true);
-  });
+  // The feature buttons wait for a selection in their list.
   connect(ui_->lbFeatCls, &QListWidget::itemClicked, this, [this] {
     ui_->butEditFeatCls->setEnabled(true);
     ui_->butDeleteFeatCls->setEnabled(true);
@@ -169,8 +159,9 @@ void frmMain::openStep(schema::SchemaDatabase& database) {
   openSharedRecordsets(database);
   enablingStep();
   ui_->tbMapFileExt->setText(qs(parameters_.CADextension()));
-  fillFolderList();
+  filesTab_->fill();
   fillScannerOptions();
+  csTab_->refresh();
   fillFeatureList();
   // The scanner class decides the linkage button, so enable once more.
   enablingStep();
@@ -188,7 +179,10 @@ void frmMain::requery() {
   trap([this] {
     Hourglass busy;
     closeSharedRecordsets();
-    if (lifecycle_->isOpen()) openSharedRecordsets(lifecycle_->database());
+    if (!lifecycle_->isOpen()) return;
+    openSharedRecordsets(lifecycle_->database());
+    // The grid finds its maps by bookmarks of the recordset just closed.
+    csTab_->refresh();
   });
 }
 
@@ -202,20 +196,8 @@ void frmMain::closeSharedRecordsets() {
 }
 
 void frmMain::clearStep() {
-  ui_->lbDirectories->clear();
-  ui_->MoveOverStringControlMapFiles->Clear();
-  ui_->tbMapFileExt->clear();
-  ui_->MoveOverStringControlCSFiles->Clear();
-
-  ui_->comboCS->clear();
-  // Neither option chosen: exclusive buttons only let go of the check with
-  // exclusivity off for the moment.
-  for (QRadioButton* option : {ui_->optSameCS, ui_->optDiffCS}) {
-    option->setAutoExclusive(false);
-    option->setChecked(false);
-    option->setAutoExclusive(true);
-  }
-  ui_->tdbgCS->setRowCount(0);
+  filesTab_->clear();
+  csTab_->clear();
 
   ui_->lbFeatCls->clear();
 
@@ -238,29 +220,22 @@ void frmMain::enablingStep() {
     ui_->SSTab1->setCurrentIndex(0);
     return;
   }
-  const bool hasMaps = sharedRecordset("Maps").recordCount() > 0;
-  const bool hasCoordinateSystems = sharedRecordset("CoordinateSystemFiles").recordCount() > 0;
   ui_->SSTab1->setTabEnabled(0, true);
-  ui_->SSTab1->setTabEnabled(1, hasMaps && hasCoordinateSystems);
-  ui_->SSTab1->setTabEnabled(2, hasMaps);
+  enableTabsByTables();
   ui_->SSTab1->setTabEnabled(3, true);
 }
 
-void frmMain::setDocumentControlsEnabled(bool open) {
-  // Files: the folder list and New at once; Change and Remove, and the two
-  // choosers, wait for a folder to be chosen.
-  ui_->lbDirectories->setEnabled(open);
-  ui_->butNewDir->setEnabled(open);
-  ui_->butChangeDir->setEnabled(false);
-  ui_->butRemoveDir->setEnabled(false);
-  ui_->tbMapFileExt->setEnabled(open);
-  ui_->tbCSFileExt->setEnabled(open);
-  ui_->MoveOverStringControlMapFiles->enabled(false);
-  ui_->MoveOverStringControlCSFiles->enabled(false);
+void frmMain::enableTabsByTables() {
+  const folders::TabStates states =
+      folders::tabStates(sharedRecordset("Maps").recordCount(),
+                         sharedRecordset("CoordinateSystemFiles").recordCount());
+  ui_->SSTab1->setTabEnabled(1, states.coordinateSystems);
+  ui_->SSTab1->setTabEnabled(2, states.featureDefinition);
+}
 
-  for (QWidget* w :
-       std::initializer_list<QWidget*>{ui_->optSameCS, ui_->optDiffCS, ui_->comboCS, ui_->tdbgCS})
-    w->setEnabled(open);
+void frmMain::setDocumentControlsEnabled(bool open) {
+  filesTab_->setEnabled(open);
+  csTab_->setEnabled(open);
 
   ui_->lbFeatCls->setEnabled(open);
   ui_->butNewFeatCls->setEnabled(open);
@@ -310,9 +285,21 @@ void frmMain::trap(const std::function<void()>& handler) {
 
 // --- filling the tabs ------------------------------------------------------
 
-void frmMain::fillFolderList() {
-  fillList(ui_->lbDirectories,
-           schema::listEntries(sharedRecordset("Directories"), "Path", "dirId"));
+void frmMain::createFolderTabs() {
+  shell::TabHost host;
+  host.window = this;
+  host.prompter = prompter_;
+  host.tables = {&lifecycle_->database(), &sharedRecordset("Directories"), &sharedRecordset("Maps"),
+                 &sharedRecordset("CoordinateSystemFiles")};
+  host.trap = [this](const std::function<void()>& handler) { trap(handler); };
+  host.chooseFolder = [this](const QString& initialPath) { return runFolderDialog(initialPath); };
+  host.tablesChanged = [this] { trap([this] { enableTabsByTables(); }); };
+  filesTab_ = std::make_unique<shell::FilesTab>(*ui_, host);
+  csTab_ = std::make_unique<shell::CoordinateSystemsTab>(*ui_, host);
+  // The association is worked out afresh whenever its tab is shown.
+  connect(ui_->SSTab1, &QTabWidget::currentChanged, this, [this](int index) {
+    if (index == 1 && lifecycle_->isOpen()) trap([this] { csTab_->refresh(); });
+  });
 }
 
 void frmMain::fillFeatureList() {
@@ -368,6 +355,11 @@ DocumentChoice frmMain::runNewFile() {
   shell::installHelpKey(&dialog, *prompter_);
   dialog.exec();
   return dialog.choice();
+}
+
+QString frmMain::runFolderDialog(const QString& initialPath) {
+  if (options_.showFolder) return options_.showFolder(initialPath);
+  return shell::runFolderDialog(this, *prompter_, initialPath);
 }
 
 void frmMain::runAbout() {

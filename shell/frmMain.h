@@ -30,6 +30,8 @@ class frmMain;
 }
 
 namespace shell {
+class CoordinateSystemsTab;
+class FilesTab;
 class QtPrompter;
 }
 
@@ -49,6 +51,9 @@ struct MainWindowOptions {
   // they are filled; empty: exec(). A test drives the real dialog here.
   std::function<void(QDialog&)> runDBLinkageOptions;
   std::function<void(QDialog&)> runPrimaryUniqueKeys;
+  // The Select Folder dialog, opened on a path; returns the chosen folder,
+  // "" for Cancel. Empty: frmDir.
+  std::function<QString(const QString& initialPath)> showFolder;
   // Runs the Feature Definition Wizard once it has read its feature class;
   // empty: exec(). A test drives the real wizard here.
   std::function<void(QDialog&)> runFeatureWizard;
@@ -84,6 +89,10 @@ class frmMain : public QMainWindow, private document::DocumentHost {
   // elsewhere (after the Feature Definition Wizard).
   void requery();
 
+  // The wiring of the Files and Coordinate Systems tabs.
+  shell::FilesTab& filesTab() { return *filesTab_; }
+  shell::CoordinateSystemsTab& coordinateSystemsTab() { return *csTab_; }
+
  protected:
   void showEvent(QShowEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
@@ -105,7 +114,10 @@ class frmMain : public QMainWindow, private document::DocumentHost {
 
   void openSharedRecordsets(schema::SchemaDatabase& database);
   void closeSharedRecordsets();
-  void fillFolderList();
+  void createFolderTabs();
+  // Coordinate Systems and Feature Definition, by what the tables hold.
+  void enableTabsByTables();
+  QString runFolderDialog(const QString& initialPath);
   void fillFeatureList();
   void fillScannerOptions();
   void readScannerOptions();
@@ -136,5 +148,8 @@ class frmMain : public QMainWindow, private document::DocumentHost {
   std::array<schema::Recordset, kSharedTables.size()> shared_;
   linkage::ParametersTable parameters_;
   linkage::ScannerOptions scanner_;
+  // After the recordsets they borrow.
+  std::unique_ptr<shell::FilesTab> filesTab_;
+  std::unique_ptr<shell::CoordinateSystemsTab> csTab_;
   bool activated_ = false;
 };

@@ -4,6 +4,7 @@
 // the busy pointer.
 #include "controls/MoveOverStringControl.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QLabel>
@@ -110,6 +111,11 @@ class MoveOverStringControlTest : public QObject {
     QVERIFY(c.control.setProperty("RightLabel", QStringLiteral("Selected maps:")));
     QCOMPARE(c.the<QLabel>("lblLeftList")->text(), QStringLiteral("Available maps:"));
     QCOMPARE(c.the<QLabel>("lblRightList")->text(), QStringLiteral("Selected maps:"));
+    // Assistive tools tell the two lists apart by their captions.
+    QCOMPARE(QAccessible::queryAccessibleInterface(c.available)->text(QAccessible::Name),
+             QStringLiteral("Available maps:"));
+    QCOMPARE(QAccessible::queryAccessibleInterface(c.selected)->text(QAccessible::Name),
+             QStringLiteral("Selected maps:"));
     QCOMPARE(c.available->selectionMode(), QAbstractItemView::ExtendedSelection);
     QCOMPARE(c.selected->selectionMode(), QAbstractItemView::ExtendedSelection);
 
@@ -215,6 +221,20 @@ class MoveOverStringControlTest : public QObject {
     doubleClick(c.selected, 1);
     QCOMPARE(removals.offered, QStringList{"y"});
     QCOMPARE(c.control.SelectedStrings(), (QStringList{"x", "c"}));
+
+    // A string given twice stays selected until its last copy goes.
+    adds.offered.clear();
+    removals.refused.clear();
+    c.fill({"a"}, {"a", "b", "a"});
+    highlight(c.selected, {0});
+    QTest::mouseClick(c.unSelect, Qt::LeftButton);
+    QTest::mouseClick(c.selectAll, Qt::LeftButton);
+    QVERIFY(adds.offered.isEmpty());
+    highlight(c.selected, {1});
+    QTest::mouseClick(c.unSelect, Qt::LeftButton);
+    QTest::mouseClick(c.selectAll, Qt::LeftButton);
+    QCOMPARE(adds.offered, QStringList{"a"});
+    QCOMPARE(c.control.SelectedStrings(), (QStringList{"b", "a"}));
   }
 
   void horizontalExtentOnlyGrows() {
@@ -286,6 +306,11 @@ class MoveOverStringControlTest : public QObject {
     QCOMPARE(QApplication::overrideCursor(), nullptr);
 
     QStringList reported;
+    // A move is bracketed for the container, and closed before the report.
+    QObject::connect(&c.control, &MoveOverStringControl::MoveStarted, &c.control,
+                     [&](int count) { reported << QString("started %1").arg(count); });
+    QObject::connect(&c.control, &MoveOverStringControl::MoveFinished, &c.control,
+                     [&] { reported << "finished"; });
     c.control.setErrorSink([&reported](const std::exception& error) {
       // The report runs with the busy pointer gone.
       const QCursor* pointer = QApplication::overrideCursor();
@@ -298,7 +323,8 @@ class MoveOverStringControlTest : public QObject {
     QTest::mouseClick(c.selectAll, Qt::LeftButton);
     QCOMPARE(adds.offered, (QStringList{"a", wide, "c"}));
     QCOMPARE(c.control.SelectedStrings(), (QStringList{"a", wide}));
-    QCOMPARE(reported, QStringList{"cannot move c"});
+    QCOMPARE(reported, (QStringList{"started 4", "finished", "cannot move c"}));
+    reported.clear();
     QCOMPARE(QApplication::overrideCursor(), nullptr);
     QCOMPARE(adds.pointers, (QList<Qt::CursorShape>(3, Qt::WaitCursor)));
     // What was copied before the failure can be scrolled to.
@@ -325,8 +351,8 @@ class MoveOverStringControlTest : public QObject {
     QCOMPARE(removals.offered, QStringList{wide});
     QCOMPARE(c.control.SelectedStrings(), (QStringList{wide, "z"}));
     QCOMPARE(QApplication::overrideCursor(), nullptr);
-    QCOMPARE(reported,
-             (QStringList{"cannot move c", "cannot move " + wide, "cannot move " + wide}));
+    QCOMPARE(reported, (QStringList{"started 3", "finished", "cannot move " + wide, "started 2",
+                                    "finished", "cannot move " + wide}));
   }
 };
 

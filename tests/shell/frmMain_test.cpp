@@ -1,8 +1,9 @@
-// The main window driven as a user drives it: start-up from the command
-// line and from the start-up dialog, File New from each template, Open,
-// Close with each answer, a failed copy back with each answer, closing the
-// window, the Scanner Options tab, Help and About. Answers come from a
-// scripted Prompter; files land in a temporary folder of the test's own.
+// The main window's wiring, driven as a user drives it: start-up, the
+// document roads through the window, the Files tab on a real folder tree,
+// the Coordinate Systems tab, the refusals and the error report, the real
+// Select Folder dialog, Help and About. Answers come from a scripted
+// Prompter; saved documents are read back through mdb-export and
+// mdb-reader, engines nobody here wrote.
 #include "shell/frmMain.h"
 
 #include <QAction>
@@ -10,22 +11,28 @@
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
+#include <QFileSystemModel>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QProcess>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSettings>
+#include <QTabBar>
 #include <QTabWidget>
-#include <QTableWidget>
+#include <QTableView>
 #include <QTemporaryDir>
+#include <QTreeView>
 #include <QtTest>
 #include <optional>
 
 #include "controls/MoveOverStringControl.h"
-#include "document/document_files.h"
 #include "document/scripted_prompter.h"
 #include "schema/recordset.h"
 #include "schema/schema_database.h"
+#include "shell/frmDir.h"
 #include "shell/frmIntro.h"
 #include "shell/help.h"
 
@@ -38,21 +45,93 @@ namespace {
 
 const QString kTemplates = QStringLiteral(VANTOR_TEMPLATE_DIR);
 const QString kProgram = QStringLiteral(VANTOR_PROGRAM_DIR "/vantor");
+const QString kDumpScript = QStringLiteral(VANTOR_DUMP_MJS);
 
 QString mstnTemplate() { return kTemplates + "/MstnTemplate.csd"; }
 QString autoCadTemplate() { return kTemplates + "/AutoCadTemplate.csd"; }
 
-// A CADParameters value as a reader of the file sees it; nullopt for Null
-// or a missing row.
+QByteArray run(const QString& program, const QStringList& args) {
+  QProcess p;
+  p.start(program, args);
+  if (!p.waitForFinished(60000) || p.exitCode() != 0)
+    qFatal("%s failed: %s", qPrintable(program), p.readAllStandardError().constData());
+  return p.readAllStandardOutput();
+}
+
+// A table as mdb-export prints it, one line a row, the header left out.
+QStringList mdbExport(const QString& file, const QString& table) {
+  QStringList lines = QString::fromUtf8(run("mdb-export", {file, table})).split('\n');
+  lines.removeFirst();
+  lines.removeAll(QString());
+  return lines;
+}
+
+// The same table through mdb-reader, each row its columns' values joined
+// by "|", Null as nothing.
+QStringList mdbReader(const QString& file, const QString& table, const QStringList& columns) {
+  QStringList rows;
+  for (const QByteArray& line : run("node", {kDumpScript, file, table}).split('\n')) {
+    if (line.isEmpty()) continue;
+    QStringList values;
+    const QJsonObject row = QJsonDocument::fromJson(line).object();
+    for (const QString& column : columns) values << row.value(column).toVariant().toString();
+    rows << values.join('|');
+  }
+  return rows;
+}
+
+// A CADParameters value as the engine reads it back; nullopt for Null.
 std::optional<std::string> parameterOnDisk(const QString& path, const std::string& name) {
   schema::SchemaDatabase db;
   db.open(path.toStdString());
   schema::Recordset rs = db.openRecordset("select * from CADParameters");
   rs.findFirst("Name = '" + name + "'");
-  if (rs.noMatch()) return std::nullopt;
   const jet::Value v = rs.field("Value");
   if (const auto* s = std::get_if<std::string>(&v)) return *s;
   return std::nullopt;
+}
+
+void touch(const QString& path) {
+  QFile f(path);
+  if (!f.open(QIODevice::WriteOnly)) qFatal("cannot make %s", qPrintable(path));
+}
+
+QStringList texts(const QListWidget* list) {
+  QStringList lines;
+  for (int i = 0; i < list->count(); ++i) lines << list->item(i)->text();
+  return lines;
+}
+
+QStringList sorted(QStringList l) {
+  l.sort();
+  return l;
+}
+
+void clickRow(QListWidget* list, const QString& text, Qt::KeyboardModifiers keys = {}) {
+  const QList<QListWidgetItem*> found = list->findItems(text, Qt::MatchExactly);
+  if (found.isEmpty()) qFatal("no entry %s", qPrintable(text));
+  QTest::mouseClick(list->viewport(), Qt::LeftButton, keys,
+                    list->visualItemRect(found.first()).center());
+}
+
+void doubleClickRow(QListWidget* list, const QString& text) {
+  clickRow(list, text);
+  const QPoint at = list->visualItemRect(list->findItems(text, Qt::MatchExactly).first()).center();
+  QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, at);
+}
+
+// Answers the next modal dialog of type T from inside its own event loop.
+template <class T>
+void whenShown(std::function<void(T*)> answer) {
+  auto* timer = new QTimer;
+  QObject::connect(timer, &QTimer::timeout, timer, [timer, answer] {
+    if (auto* dialog = qobject_cast<T*>(QApplication::activeModalWidget())) {
+      timer->stop();
+      timer->deleteLater();
+      answer(dialog);
+    }
+  });
+  timer->start(10);
 }
 
 }  // namespace
@@ -65,45 +144,51 @@ class FrmMainTest : public QObject {
   std::unique_ptr<ScriptedPrompter> prompter_;
   std::unique_ptr<frmMain> window_;
   int introShown_ = 0;
-  DocumentChoice introChoice_;
   DocumentChoice newFileChoice_;
   int aboutShown_ = 0;
+  bool realFolderDialog_ = false;
+  QStringList folderAnswers_;  // what the Select Folder dialog returns, in turn
+  QStringList folderAsked_;    // the paths it was opened on
 
   QString temp() const { return dir_->path() + "/tmp"; }
   QString file(const QString& name) const { return dir_->path() + "/" + name; }
+  // A folder of drawings: name, then the files in it.
+  QString folder(const QString& name, const QStringList& files) {
+    const QString path = file(name);
+    QDir().mkpath(path);
+    for (const QString& f : files)
+      f.endsWith('/') ? void(QDir().mkpath(path + "/" + f)) : touch(path + "/" + f);
+    return path;
+  }
 
   // A schema holding a folder, two maps, a coordinate-system file and a
-  // feature class, so every tab has something to enable.
+  // feature class that uses the first map, so every tab has something.
   QString populatedSchema(const QString& name) {
     const QString path = file(name);
     QFile::copy(mstnTemplate(), path);
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
     schema::SchemaDatabase db;
     db.open(path.toStdString());
-    schema::Recordset dirs = db.openRecordset("select * from Directories");
-    dirs.addNew();
-    dirs.setField("Path", std::string("/data/maps"));
-    const int32_t dirId = std::get<int32_t>(dirs.field("dirId"));
-    dirs.update();
-    schema::Recordset cs = db.openRecordset("select * from CoordinateSystemFiles");
-    cs.addNew();
-    cs.setField("Name", std::string("utm33.csf"));
-    cs.setField("dirId", dirId);
-    const int32_t csfid = std::get<int32_t>(cs.field("csfid"));
-    cs.update();
-    schema::Recordset maps = db.openRecordset("select * from Maps");
-    for (const char* map : {"roads.dgn", "rivers.dgn"}) {
-      maps.addNew();
-      maps.setField("Name", std::string(map));
-      maps.setField("dirId", dirId);
-      maps.setField("csfid", csfid);
-      maps.update();
-    }
-    schema::Recordset features = db.openRecordset("select * from Features");
-    features.addNew();
-    features.setField("Name", std::string("Roads"));
-    features.setField("csfid", csfid);
-    features.update();
+    const auto add = [&](const char* table, const char* key,
+                         std::initializer_list<std::pair<const char*, jet::Value>> fields) {
+      schema::Recordset rs = db.openRecordset(std::string("select * from ") + table);
+      rs.addNew();
+      for (const auto& [field, value] : fields) rs.setField(field, value);
+      const int32_t id = key ? std::get<int32_t>(rs.field(key)) : 0;
+      rs.update();
+      return id;
+    };
+    const int32_t dirId = add("Directories", "dirId", {{"Path", std::string("/data/maps")}});
+    const int32_t csfid = add("CoordinateSystemFiles", "csfid",
+                              {{"Name", std::string("utm33.csf")}, {"dirId", dirId}});
+    const int32_t other = add("Directories", "dirId", {{"Path", std::string("/data/other")}});
+    add("CoordinateSystemFiles", "csfid", {{"Name", std::string("nad27.csf")}, {"dirId", other}});
+    const int32_t roads = add(
+        "Maps", "mapId", {{"Name", std::string("roads.dgn")}, {"dirId", dirId}, {"csfid", csfid}});
+    add("Maps", "mapId", {{"Name", std::string("rivers.dgn")}, {"dirId", dirId}, {"csfid", csfid}});
+    const int32_t fea =
+        add("Features", "feaId", {{"Name", std::string("Roads")}, {"csfid", csfid}});
+    add("FeatureMaps", nullptr, {{"feaId", fea}, {"mapId", roads}});
     db.close();
     return path;
   }
@@ -116,22 +201,39 @@ class FrmMainTest : public QObject {
     options.commandLine = commandLine;
     options.showIntro = [this] {
       ++introShown_;
-      return introChoice_;
+      return DocumentChoice{};
     };
     options.showNewFile = [this] { return newFileChoice_; };
     options.showAbout = [this] { ++aboutShown_; };
+    if (!realFolderDialog_) {
+      options.showFolder = [this](const QString& initial) {
+        folderAsked_ << initial;
+        return folderAnswers_.isEmpty() ? QString() : folderAnswers_.takeFirst();
+      };
+    }
     window_ = std::make_unique<frmMain>(options);
     return *window_;
   }
 
-  // Shows the window and lets its first activation run.
   void start() {
     window_->show();
     QCoreApplication::processEvents();
     QCoreApplication::processEvents();
   }
+  void newDocument(DocumentKind kind = DocumentKind::MicroStation) {
+    newFileChoice_ = {kind,
+                      kind == DocumentKind::MicroStation ? mstnTemplate() : autoCadTemplate()};
+    action("mnuFileNew")->trigger();
+    QVERIFY(window_->lifecycle().isOpen());
+  }
+  void closeWith(Answer answer, const QString& saveAs = {}) {
+    prompter_->answer(answer);
+    if (!saveAs.isEmpty()) prompter_->pickSave(saveAs);
+    action("mnuFileClose")->trigger();
+    QVERIFY(!window_->lifecycle().isOpen());
+  }
 
-  template <class T>
+  template <class T = QWidget>
   T* control(const char* name) {
     T* w = window_->findChild<T*>(QString::fromLatin1(name));
     if (!w) qFatal("no control %s", name);
@@ -144,34 +246,35 @@ class FrmMainTest : public QObject {
     for (int i = 0; i < tabs()->count(); ++i) states << tabs()->isTabEnabled(i);
     return states;
   }
-  // A control's own switch, whatever its tab says: a disabled tab disables
-  // every control on it.
-  bool ownEnabled(const char* name) {
-    return !control<QWidget>(name)->testAttribute(Qt::WA_ForceDisabled);
+  void clickTab(int index) {
+    QTabBar* bar = tabs()->tabBar();
+    QTest::mouseClick(bar, Qt::LeftButton, {}, bar->tabRect(index).center());
+    QCOMPARE(tabs()->currentIndex(), index);
+  }
+  // A control's own switch, whatever its tab says.
+  bool ownEnabled(const char* name) { return !control(name)->testAttribute(Qt::WA_ForceDisabled); }
+  void click(const char* name) { QTest::mouseClick(control<QPushButton>(name), Qt::LeftButton); }
+  QListWidget* folders() { return control<QListWidget>("lbDirectories"); }
+  // A list or button of one of the Files tab's choosers.
+  template <class T = QListWidget>
+  T* part(const char* chooser, const char* name) {
+    return control<controls::MoveOverStringControl>(chooser)->findChild<T*>(name);
+  }
+  QListWidget* mapsAvailable() { return part("MoveOverStringControlMapFiles", "AvailableList"); }
+  QListWidget* mapsSelected() { return part("MoveOverStringControlMapFiles", "SelectedList"); }
+  QListWidget* csAvailable() { return part("MoveOverStringControlCSFiles", "AvailableList"); }
+  QListWidget* csSelected() { return part("MoveOverStringControlCSFiles", "SelectedList"); }
+  void move(const char* chooser, const char* button) {
+    QTest::mouseClick(part<QPushButton>(chooser, button), Qt::LeftButton);
+  }
+  void typeInto(const char* box, const QString& text) {
+    auto* edit = control<QLineEdit>(box);
+    edit->setFocus();
+    edit->selectAll();
+    QTest::keyClicks(edit, text);
+    QTest::keyClick(edit, Qt::Key_Return);
   }
   QStringList workingFiles() { return QDir(temp()).entryList(QDir::Files); }
-  static QStringList texts(QListWidget* list) {
-    QStringList lines;
-    for (int i = 0; i < list->count(); ++i) lines << list->item(i)->text();
-    return lines;
-  }
-
-  void expectClosedWindow() {
-    QVERIFY(!window_->lifecycle().isOpen());
-    QCOMPARE(window_->windowTitle(), QStringLiteral("CAD Server Definition"));
-    QCOMPARE(tabStates(), (QList<bool>{false, false, false, false}));
-    QCOMPARE(tabs()->currentIndex(), 0);
-    QVERIFY(!action("mnuFileClose")->isEnabled());
-    QCOMPARE(control<QListWidget>("lbDirectories")->count(), 0);
-    QCOMPARE(control<QListWidget>("lbFeatCls")->count(), 0);
-    QVERIFY(control<QLineEdit>("txtRDBConnectStr")->text().isEmpty());
-    QVERIFY(control<QLineEdit>("txtScannerIniFile")->text().isEmpty());
-    for (const char* name : {"lbDirectories", "butNewDir", "lbFeatCls", "butNewFeatCls",
-                             "butPrimaryUniqueKeys", "txtCADConnectStr", "butScanBrowse"})
-      QVERIFY2(!control<QWidget>(name)->isEnabled(), name);
-    QCOMPARE(workingFiles(), QStringList());
-    QCOMPARE(prompter_->faults(), QStringList());
-  }
 
  private slots:
   void init() {
@@ -179,338 +282,343 @@ class FrmMainTest : public QObject {
     QVERIFY(QDir().mkpath(temp()));
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir_->path() + "/config");
     prompter_ = std::make_unique<ScriptedPrompter>();
-    introShown_ = 0;
-    aboutShown_ = 0;
-    introChoice_ = {};
+    introShown_ = aboutShown_ = 0;
     newFileChoice_ = {};
+    realFolderDialog_ = false;
+    folderAnswers_.clear();
+    folderAsked_.clear();
   }
   void cleanup() {
     window_.reset();
     QCOMPARE(workingFiles(), QStringList());  // the window leaves nothing behind
+    QCOMPARE(prompter_->faults(), QStringList());
+    QCOMPARE(prompter_->pending(), 0);
   }
 
-  void loadsWithEverythingDisabled() {
+  void everythingWaitsForADocument() {
     makeWindow();
-    QCOMPARE(window_->objectName(), QStringLiteral("frmMain"));
-    QCOMPARE(window_->windowTitle(), QStringLiteral("CAD Server Definition"));
-    const QStringList tabTitles{tabs()->tabText(0), tabs()->tabText(1), tabs()->tabText(2),
-                                tabs()->tabText(3)};
-    QCOMPARE(tabTitles,
-             (QStringList{"Files", "Coordinate Systems", "Feature Definition", "Scanner Options"}));
+    start();
+    QCOMPARE(introShown_, 1);
     QCOMPARE(tabStates(), (QList<bool>{false, false, false, false}));
-    QCOMPARE(tabs()->currentIndex(), 0);
-
-    // Menus, their captions and the shortcuts a desktop user expects.
-    const std::pair<const char*, const char*> menu[] = {{"mnuFileNew", "&New"},
-                                                        {"mnuFileOpen", "&Open"},
-                                                        {"mnuFileClose", "&Close"},
-                                                        {"mnuFileExit", "E&xit"},
-                                                        {"mnu_hlp_contents", "&Help Topics"},
-                                                        {"mnuHelpAbout", "&About Vantor..."}};
-    for (const auto& [name, caption] : menu) QCOMPARE(action(name)->text(), QString(caption));
-    QCOMPARE(action("mnuFileNew")->shortcut(), QKeySequence(QKeySequence::New));
-    QCOMPARE(action("mnuFileOpen")->shortcut(), QKeySequence(QKeySequence::Open));
-    QCOMPARE(action("mnuFileClose")->shortcut(), QKeySequence(QStringLiteral("Ctrl+W")));
-    QCOMPARE(action("mnuFileExit")->shortcut(), QKeySequence(QStringLiteral("Ctrl+Q")));
-    QCOMPARE(action("mnu_hlp_contents")->shortcut(), QKeySequence(Qt::Key_F1));
-    QVERIFY(action("mnuFileBar5")->isSeparator());
+    for (const char* name :
+         {"lbDirectories", "butNewDir", "butChangeDir", "butRemoveDir", "tbMapFileExt",
+          "tbCSFileExt", "optSameCS", "comboCS", "tdbgCS", "lbFeatCls", "butNewFeatCls",
+          "butPrimaryUniqueKeys", "txtCADConnectStr", "butScanBrowse"})
+      QVERIFY2(!control(name)->isEnabled(), name);
     QVERIFY(!action("mnuFileClose")->isEnabled());
-
-    // Every control of the four tabs is there, disabled until a document opens.
-    for (const char* name : {"lbDirectories",
-                             "butNewDir",
-                             "butChangeDir",
-                             "butRemoveDir",
-                             "tbMapFileExt",
-                             "tbCSFileExt",
-                             "MoveOverStringControlMapFiles",
-                             "MoveOverStringControlCSFiles",
-                             "optSameCS",
-                             "optDiffCS",
-                             "comboCS",
-                             "tdbgCS",
-                             "lbFeatCls",
-                             "butNewFeatCls",
-                             "butEditFeatCls",
-                             "butDeleteFeatCls",
-                             "butDBLinkageOptions",
-                             "butPrimaryUniqueKeys",
-                             "comboCADScannerCls",
-                             "comboRDBScannerCls",
-                             "txtCADConnectStr",
-                             "txtRDBConnectStr",
-                             "txtScannerIniFile",
-                             "butScanBrowse"})
-      QVERIFY2(!control<QWidget>(name)->isEnabled(), name);
-
-    auto* maps = control<controls::MoveOverStringControl>("MoveOverStringControlMapFiles");
-    auto* csfs = control<controls::MoveOverStringControl>("MoveOverStringControlCSFiles");
-    QCOMPARE(maps->LeftLabel(), QStringLiteral("Available maps:"));
-    QCOMPARE(maps->RightLabel(), QStringLiteral("Selected maps:"));
-    QCOMPARE(csfs->LeftLabel(), QStringLiteral("Available coordinate system files:"));
-    QCOMPARE(csfs->RightLabel(), QStringLiteral("Selected coordinate system files:"));
-    QCOMPARE(control<QLineEdit>("tbCSFileExt")->text(), QStringLiteral("*.csf; *.dgn"));
-
-    auto* cad = control<QComboBox>("comboCADScannerCls");
+    QCOMPARE(control<controls::MoveOverStringControl>("MoveOverStringControlCSFiles")->LeftLabel(),
+             QStringLiteral("Available coordinate system files:"));
+    const auto* cad = control<QComboBox>("comboCADScannerCls");
     QCOMPARE(cad->count(), 2);
-    QCOMPARE(cad->itemText(0), QStringLiteral("Torv.VektScanner"));
     QCOMPARE(cad->itemText(1), QStringLiteral("Torv.AutoCADScanner"));
-    auto* rdb = control<QComboBox>("comboRDBScannerCls");
-    QCOMPARE(rdb->count(), 1);
-    QCOMPARE(rdb->currentText(), QStringLiteral("Torv.ODBCDatabaseScanner"));
-    QStringList headers;
-    auto* grid = control<QTableWidget>("tdbgCS");
-    for (int c = 0; c < grid->columnCount(); ++c) headers << grid->horizontalHeaderItem(c)->text();
-    QCOMPARE(headers, (QStringList{"Map", "Coordinate system file", "CS Id", "Map Bookmark"}));
   }
 
-  void commandLineOpensTheDocumentAndFillsTheTabs() {
+  void commandLineOpensTheDocumentAndFillsEveryTab() {
     const QString path = populatedSchema("roads.csd");
-    const QByteArray before = [&] {
-      QFile f(path);
-      f.open(QIODevice::ReadOnly);
-      return f.readAll();
-    }();
     makeWindow(path);
     start();
     QCOMPARE(introShown_, 0);
-    QVERIFY(window_->lifecycle().isOpen());
     QCOMPARE(window_->windowTitle(), "CAD Server Definition - " + path);
-    QCOMPARE(window_->lifecycle().documentPath(), path);
     QCOMPARE(tabStates(), (QList<bool>{true, true, true, true}));
-    QVERIFY(action("mnuFileClose")->isEnabled());
-    for (std::string_view table : frmMain::kSharedTables)
-      QVERIFY(window_->sharedRecordset(table).isOpen());
-
-    auto* folders = control<QListWidget>("lbDirectories");
-    QCOMPARE(texts(folders), QStringList{"/data/maps"});
-    QCOMPARE(folders->item(0)->data(Qt::UserRole).toInt(), 1);
-    auto* features = control<QListWidget>("lbFeatCls");
-    QCOMPARE(texts(features), QStringList{"Roads"});
-    QCOMPARE(features->item(0)->data(Qt::UserRole).toInt(), 1);
+    QCOMPARE(texts(folders()), (QStringList{"/data/maps", "/data/other"}));
+    QCOMPARE(folders()->item(1)->data(Qt::UserRole).toInt(), 2);
+    QCOMPARE(texts(control<QListWidget>("lbFeatCls")), QStringList{"Roads"});
     QCOMPARE(control<QLineEdit>("tbMapFileExt")->text(), QStringLiteral("*.dgn"));
-
-    // Change and Remove, Edit and Delete wait for a click in their list.
-    QVERIFY(control<QPushButton>("butNewDir")->isEnabled());
-    QVERIFY(!control<QPushButton>("butChangeDir")->isEnabled());
-    QTest::mouseClick(folders->viewport(), Qt::LeftButton, {},
-                      folders->visualItemRect(folders->item(0)).center());
-    QVERIFY(control<QPushButton>("butChangeDir")->isEnabled());
-    QVERIFY(control<QPushButton>("butRemoveDir")->isEnabled());
-    tabs()->setCurrentIndex(2);
-    QVERIFY(!control<QPushButton>("butEditFeatCls")->isEnabled());
-    QTest::mouseClick(features->viewport(), Qt::LeftButton, {},
-                      features->visualItemRect(features->item(0)).center());
-    QVERIFY(control<QPushButton>("butEditFeatCls")->isEnabled());
-    QVERIFY(control<QPushButton>("butDeleteFeatCls")->isEnabled());
-
-    // The working copy and its lock file sit in the temporary folder.
-    const QString copy = window_->lifecycle().workingCopyPath();
-    QVERIFY(QFileInfo(copy).fileName().startsWith("CSD"));
-    QCOMPARE(workingFiles().size(), 2);
-    QVERIFY(QFileInfo::exists(document::lockFilePath(copy)));
+    // The association is worked out at open: both maps share one file.
+    QVERIFY(control<QRadioButton>("optSameCS")->isChecked());
+    QCOMPARE(control<QComboBox>("comboCS")->currentText(), QStringLiteral("/data/maps/utm33.csf"));
+    QCOMPARE(control<QTableView>("tdbgCS")->model()->rowCount(), 2);
+    // Change, Remove and the choosers wait for a folder to be chosen.
+    QVERIFY(!control("butChangeDir")->isEnabled());
+    QVERIFY(!mapsAvailable()->isEnabled());
 
     // A later activation does not start again.
-    window_->hide();
-    window_->show();
-    QCoreApplication::processEvents();
+    const QString copy = window_->lifecycle().workingCopyPath();
     window_->firstActivation();
-    QCOMPARE(introShown_, 0);
     QCOMPARE(window_->lifecycle().workingCopyPath(), copy);
-
-    // No: nothing is written back.
-    prompter_->answer(Answer::No);
-    action("mnuFileClose")->trigger();
-    expectClosedWindow();
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QCOMPARE(f.readAll(), before);
+    closeWith(Answer::No);
+    QCOMPARE(window_->windowTitle(), QStringLiteral("CAD Server Definition"));
+    QCOMPARE(tabStates(), (QList<bool>{false, false, false, false}));
+    QCOMPARE(folders()->count(), 0);
+    QCOMPARE(control<QTableView>("tdbgCS")->model()->rowCount(), 0);
+    QVERIFY(!control<QRadioButton>("optSameCS")->isChecked());
   }
 
-  void newDocumentFromEachTemplate_data() {
+  void filesTabOnARealFolderTreeSavesEveryRow() {
+    const QString a = folder("a", {"a.dgn", "b.DGN", "c.csf", ".hidden.dgn", "sub.dgn/"});
+    const QString b = folder("b", {"b.dgn", "utm.csf"});
+    const QString c = folder("c", {"a.dgn", "z.dgn", "c.csf"});
+    makeWindow();
+    start();
+    newDocument();
+    QCOMPARE(tabStates(), (QList<bool>{true, false, false, true}));
+
+    // Cancel and a blank path add nothing; the first folder is chosen and
+    // read at once.
+    folderAnswers_ = {QString(), "   ", a};
+    for (int i = 0; i < 3; ++i) click("butNewDir");
+    QCOMPARE(texts(folders()), QStringList{a});
+    QCOMPARE(folders()->currentRow(), 0);
+    QVERIFY(control("butRemoveDir")->isEnabled());
+    QCOMPARE(sorted(texts(mapsAvailable())), (QStringList{"a.dgn", "b.DGN"}));
+    QCOMPARE(texts(csAvailable()).first(), QStringLiteral("c.csf"));  // pattern order
+    QCOMPARE(sorted(texts(csAvailable()).mid(1)), (QStringList{"a.dgn", "b.DGN"}));
+
+    // Choosing files writes rows and opens the tabs that need them.
+    move("MoveOverStringControlMapFiles", "butSelectAll");
+    QCOMPARE(sorted(texts(mapsSelected())), (QStringList{"a.dgn", "b.DGN"}));
+    QCOMPARE(tabStates(), (QList<bool>{true, false, true, true}));
+    clickRow(csAvailable(), "c.csf");
+    move("MoveOverStringControlCSFiles", "butSelect");
+    QCOMPARE(tabStates(), (QList<bool>{true, true, true, true}));
+
+    // A second folder is listed but not chosen until clicked.
+    folderAnswers_ = {b};
+    click("butNewDir");
+    QCOMPARE(folderAsked_.last(), a);  // New opens where the user was
+    QCOMPARE(folders()->currentRow(), 0);
+    clickRow(folders(), b);
+    QCOMPARE(texts(mapsAvailable()), QStringList{"b.dgn"});
+    QCOMPARE(texts(mapsSelected()), QStringList());
+    doubleClickRow(csAvailable(), "utm.csf");
+    QCOMPARE(texts(csSelected()), QStringList{"utm.csf"});
+    click("butRemoveDir");
+    QCOMPARE(prompter_->messages().last(),
+             QStringLiteral("Unable to delete folder. In use by coordinate system files."));
+    QCOMPARE(folders()->count(), 2);
+
+    // Back to the first: its rows, and new patterns read it again.
+    clickRow(folders(), a);
+    QCOMPARE(sorted(texts(mapsSelected())), (QStringList{"a.dgn", "b.DGN"}));
+    QCOMPARE(texts(csSelected()), QStringList{"c.csf"});
+    typeInto("tbMapFileExt", "*.csf; *.DGN");
+    QCOMPARE(texts(mapsAvailable()).first(), QStringLiteral("c.csf"));
+    clickRow(mapsSelected(), "b.DGN");
+    move("MoveOverStringControlMapFiles", "butUnSelect");
+    QCOMPARE(texts(mapsSelected()), QStringList{"a.dgn"});
+
+    // Re-pointed, the folder keeps its rows and is read at its new place.
+    folderAnswers_ = {c};
+    click("butChangeDir");
+    QCOMPARE(folderAsked_.last(), a);
+    QCOMPARE(texts(folders()), (QStringList{c, b}));
+    QCOMPARE(texts(mapsAvailable()).first(), QStringLiteral("c.csf"));
+    QCOMPARE(sorted(texts(mapsAvailable()).mid(1)), (QStringList{"a.dgn", "z.dgn"}));
+    QCOMPARE(texts(mapsSelected()), QStringList{"a.dgn"});
+
+    // Emptied, the second folder goes.
+    clickRow(folders(), b);
+    move("MoveOverStringControlCSFiles", "butUnSelectAll");
+    click("butRemoveDir");
+    QCOMPARE(texts(folders()), QStringList{c});
+    QCOMPARE(texts(mapsAvailable()) + texts(csAvailable()), QStringList());
+    QVERIFY(!control("butRemoveDir")->isEnabled());
+    QVERIFY(!mapsAvailable()->isEnabled());
+
+    const QString saved = file("saved.csd");
+    closeWith(Answer::Yes, saved);
+    const QStringList expected{"1,\"" + c + "\"", "1,\"a.dgn\",1,", "1,\"c.csf\",1"};
+    QCOMPARE(mdbExport(saved, "Directories") + mdbExport(saved, "Maps") +
+                 mdbExport(saved, "CoordinateSystemFiles"),
+             expected);
+    QCOMPARE(mdbReader(saved, "Directories", {"dirId", "Path"}) +
+                 mdbReader(saved, "Maps", {"mapId", "Name", "dirId", "csfid"}) +
+                 mdbReader(saved, "CoordinateSystemFiles", {"csfid", "Name", "dirId"}),
+             (QStringList{"1|" + c, "1|a.dgn|1|", "1|c.csf|1"}));
+    QCOMPARE(parameterOnDisk(saved, "CADExtension"), std::optional<std::string>("*.csf; *.DGN"));
+  }
+
+  void coordinateSystemsForAllMapsOrOneByOne() {
+    const QString path = populatedSchema("cs.csd");
+    makeWindow(path);
+    start();
+    clickTab(1);
+    auto* combo = control<QComboBox>("comboCS");
+    auto* grid = control<QTableView>("tdbgCS");
+    QVERIFY(combo->isEnabled());
+    QVERIFY(!grid->isEnabled());
+    QCOMPARE(combo->count(), 2);
+
+    // "Same": the file chosen goes to every map.
+    combo->setFocus();
+    QTest::keyClick(combo, Qt::Key_Down);
+    QCOMPARE(combo->currentText(), QStringLiteral("/data/other/nad27.csf"));
+    QCOMPARE(grid->model()->index(1, 1).data().toString(), combo->currentText());
+
+    // "Different": one map through the grid's drop-down.
+    QTest::mouseClick(control("optDiffCS"), Qt::LeftButton, {}, QPoint(8, 8));
+    QVERIFY(!combo->isEnabled());
+    QVERIFY(grid->isEnabled());
+    const QRect cell = grid->visualRect(grid->model()->index(0, 1));
+    QTest::mouseClick(grid->viewport(), Qt::LeftButton, {}, cell.center());
+    QTest::mouseDClick(grid->viewport(), Qt::LeftButton, {}, cell.center());
+    auto* editor = qobject_cast<QComboBox*>(QApplication::focusWidget());
+    QVERIFY(editor);
+    QCOMPARE(editor->currentText(), QStringLiteral("/data/other/nad27.csf"));
+    QTest::keyClick(editor, Qt::Key_Up);
+    QTRY_COMPARE(grid->model()->index(0, 1).data().toString(),
+                 QStringLiteral("/data/maps/utm33.csf"));
+
+    // Shown again, the tab works the mode out from the maps.
+    clickTab(0);
+    clickTab(1);
+    QVERIFY(control<QRadioButton>("optDiffCS")->isChecked());
+    closeWith(Answer::Yes);
+    QCOMPARE(mdbExport(path, "Maps"), (QStringList{"1,\"roads.dgn\",1,1", "2,\"rivers.dgn\",1,2"}));
+    QCOMPARE(mdbReader(path, "Maps", {"mapId", "Name", "dirId", "csfid"}),
+             (QStringList{"1|roads.dgn|1|1", "2|rivers.dgn|1|2"}));
+  }
+
+  void refusalsTheMissingFolderAndAQuotedName() {
+    const QString path = populatedSchema("refusals.csd");
+    const QString drawings = folder("drawings", {"roads.dgn", "O'Brien.dgn", "utm33.csf"});
+    makeWindow(path);
+    start();
+
+    // The folder is gone: No keeps it and reads nothing.
+    prompter_->answer(Answer::No);
+    clickRow(folders(), "/data/maps");
+    QCOMPARE(prompter_->messages().last(),
+             QStringLiteral("Selected folder does not exist. Would you like to change it?"));
+    QCOMPARE(texts(mapsAvailable()), QStringList());
+    QCOMPARE(texts(mapsSelected()), (QStringList{"roads.dgn", "rivers.dgn"}));
+
+    clickRow(mapsSelected(), "roads.dgn");
+    move("MoveOverStringControlMapFiles", "butUnSelect");
+    move("MoveOverStringControlCSFiles", "butUnSelectAll");
+    QCOMPARE(prompter_->messages().mid(1),
+             (QStringList{"Unable to delete map roads.dgn. It is used by a feature.",
+                          "Unable to delete coordinate system file utm33.csf. In use by maps and "
+                          "features."}));
+    QCOMPARE(texts(mapsSelected()), (QStringList{"roads.dgn", "rivers.dgn"}));
+
+    // Yes: the Select Folder dialog opens on the old path; the new one is
+    // read, the rows stay.
+    prompter_->answer(Answer::Yes);
+    folderAnswers_ = {drawings};
+    clickRow(folders(), "/data/maps");
+    QCOMPARE(folderAsked_, QStringList{"/data/maps"});
+    QCOMPARE(folders()->item(0)->text(), drawings);
+    QCOMPARE(sorted(texts(mapsAvailable())), (QStringList{"O'Brien.dgn", "roads.dgn"}));
+
+    // A quote is not escaped: removing fails in the engine, is reported
+    // with the offer of the engine's list, and nothing is lost.
+    doubleClickRow(mapsAvailable(), "O'Brien.dgn");
+    QCOMPARE(texts(mapsSelected()).last(), QStringLiteral("O'Brien.dgn"));
+    prompter_->answer(Answer::No);
+    doubleClickRow(mapsSelected(), "O'Brien.dgn");
+    QVERIFY(prompter_->messages().last().startsWith("The following error occured: \r\n\r\n"));
+    QCOMPARE(prompter_->shown().last().style, document::MessageStyle::YesNoQuestion);
+    QCOMPARE(texts(mapsSelected()).last(), QStringLiteral("O'Brien.dgn"));
+    QCOMPARE(QApplication::overrideCursor(), nullptr);
+    closeWith(Answer::Yes);
+    QCOMPARE(mdbExport(path, "Maps").last(), QStringLiteral("3,\"O'Brien.dgn\",1,"));
+  }
+
+  void theRealSelectFolderDialog() {
+    const QString root = folder("tree", {"north/", "south/"});
+    realFolderDialog_ = true;
+    makeWindow();
+    start();
+    newDocument();
+
+    // A typed path that is not there is reported and the dialog stays;
+    // Enter on a real one shows it; a click in the tree picks a folder.
+    QString openedOn, afterTyping;
+    bool stayedOpen = false;
+    whenShown<shell::frmDir>([&](shell::frmDir* dialog) {
+      auto* box = dialog->findChild<QLineEdit*>("tbSelectedPath");
+      auto* tree = dialog->findChild<QTreeView*>("Dir1");
+      openedOn = box->text();
+      box->setFocus();
+      box->selectAll();
+      QTest::keyClicks(box, root + "/gone");
+      QTest::keyClick(box, Qt::Key_Return);
+      stayedOpen = dialog->isVisible();
+      box->selectAll();
+      QTest::keyClicks(box, root);
+      QTest::keyClick(box, Qt::Key_Return);
+      afterTyping = box->text();
+      auto* model = qobject_cast<QFileSystemModel*>(tree->model());
+      const QModelIndex rootIndex = model->index(root);
+      tree->expand(rootIndex);
+      QTRY_COMPARE(model->rowCount(rootIndex), 2);
+      const QModelIndex south = model->index(root + "/south");
+      tree->scrollTo(south);
+      QTest::mouseClick(tree->viewport(), Qt::LeftButton, {}, tree->visualRect(south).center());
+      QTest::mouseClick(dialog->findChild<QPushButton*>("butOk"), Qt::LeftButton);
+    });
+    click("butNewDir");
+    QCOMPARE(openedOn, QDir::homePath());
+    QVERIFY(stayedOpen);
+    QCOMPARE(prompter_->messages(), QStringList{"Folder " + root + "/gone not found."});
+    QCOMPARE(afterTyping, root);
+    QCOMPARE(texts(folders()), QStringList{root + "/south"});
+
+    // Gone from disk, the folder opens the dialog on its parent; Cancel
+    // changes nothing.
+    QVERIFY(QDir(root + "/south").removeRecursively());
+    whenShown<shell::frmDir>([&](shell::frmDir* dialog) {
+      openedOn = dialog->findChild<QLineEdit*>("tbSelectedPath")->text();
+      QTest::mouseClick(dialog->findChild<QPushButton*>("butCancel"), Qt::LeftButton);
+    });
+    click("butChangeDir");
+    QCOMPARE(openedOn, root);
+    QCOMPARE(texts(folders()), QStringList{root + "/south"});
+    closeWith(Answer::No);
+  }
+
+  void newFromEachTemplateSetsTheScannerControls_data() {
     QTest::addColumn<int>("kind");
-    QTest::addColumn<QString>("caption");
     QTest::addColumn<QString>("cadScanner");
     QTest::addColumn<bool>("databaseControls");
-    QTest::newRow("MicroStation") << int(DocumentKind::MicroStation)
-                                  << "CAD Server Definition - MicroStation Template"
-                                  << "Torv.VektScanner" << true;
-    QTest::newRow("AutoCAD") << int(DocumentKind::AutoCad)
-                             << "CAD Server Definition - AutoCad Template"
-                             << "Torv.AutoCADScanner" << false;
-    QTest::newRow("Other") << int(DocumentKind::Other) << "CAD Server Definition - Other template"
-                           << "Torv.AutoCADScanner" << false;
+    QTest::newRow("MicroStation") << int(DocumentKind::MicroStation) << "Torv.VektScanner" << true;
+    QTest::newRow("AutoCAD") << int(DocumentKind::AutoCad) << "Torv.AutoCADScanner" << false;
   }
-  void newDocumentFromEachTemplate() {
+  void newFromEachTemplateSetsTheScannerControls() {
     QFETCH(int, kind);
-    QFETCH(QString, caption);
     QFETCH(QString, cadScanner);
     QFETCH(bool, databaseControls);
     makeWindow();
-    start();  // the start-up dialog is cancelled
-    QCOMPARE(introShown_, 1);
-    QVERIFY(!window_->lifecycle().isOpen());
-
-    const auto k = static_cast<DocumentKind>(kind);
-    // "Other" is any schema picked as template; the AutoCAD one is stored
-    // with its own scanner class, which an existing file shows as stored.
-    newFileChoice_ = {k, k == DocumentKind::MicroStation ? mstnTemplate() : autoCadTemplate()};
-    action("mnuFileNew")->trigger();
-    QVERIFY(window_->lifecycle().isOpen());
-    QCOMPARE(window_->lifecycle().kind(), k);
-    QVERIFY(window_->lifecycle().documentPath().isEmpty());
-    QCOMPARE(window_->windowTitle(), caption);
-    // The templates hold no maps yet: Files and Scanner Options only.
-    QCOMPARE(tabStates(), (QList<bool>{true, false, false, true}));
-
+    start();
+    newDocument(static_cast<DocumentKind>(kind));
     QCOMPARE(control<QComboBox>("comboCADScannerCls")->currentText(), cadScanner);
     QCOMPARE(QString::fromStdString(window_->drawingScannerClass()), cadScanner);
     QVERIFY(!ownEnabled("comboCADScannerCls"));
     QCOMPARE(ownEnabled("comboRDBScannerCls"), databaseControls);
     QCOMPARE(ownEnabled("txtRDBConnectStr"), databaseControls);
     QCOMPARE(ownEnabled("butDBLinkageOptions"), databaseControls);
-    QVERIFY(ownEnabled("butPrimaryUniqueKeys"));
-    QVERIFY(ownEnabled("butNewFeatCls"));
-    QVERIFY(control<QLineEdit>("txtCADConnectStr")->isEnabled());
-    QCOMPARE(control<QComboBox>("comboRDBScannerCls")->currentText(),
-             QStringLiteral("Torv.ODBCDatabaseScanner"));
-
-    // No with a new document: no file anywhere.
-    prompter_->answer(Answer::No);
-    action("mnuFileClose")->trigger();
-    expectClosedWindow();
-    QCOMPARE(QDir(dir_->path()).entryList(QStringList{"*.csd"}, QDir::Files), QStringList());
+    closeWith(Answer::No);
   }
 
-  void savingANewDocumentWritesTheScannerSettingsToTheChosenName() {
+  void scannerSettingsReachTheSavedFile() {
     makeWindow();
     start();
-    newFileChoice_ = {DocumentKind::MicroStation, mstnTemplate()};
-    action("mnuFileNew")->trigger();
-    QVERIFY(window_->lifecycle().isOpen());
-
+    newDocument();
     control<QLineEdit>("txtCADConnectStr")->setText("DSN=drawings");
-    control<QLineEdit>("txtRDBConnectStr")->clear();
-    control<QLineEdit>("tbMapFileExt")->setText("*.dgn; *.cel");
-    // Browse picks the INI file; a cancelled browse leaves the box alone.
     prompter_->pickOpen(file("scanner.ini"));
-    control<QPushButton>("butScanBrowse")->click();
+    click("butScanBrowse");
     QCOMPARE(control<QLineEdit>("txtScannerIniFile")->text(), file("scanner.ini"));
-    const auto& browse = prompter_->shown().last();
-    QCOMPARE(browse.title, QStringLiteral("Select INI file"));
-    QCOMPARE(document::toQtFilter(browse.request.filter),
-             QStringLiteral("INI Files (*.ini);;All Files (*.*)"));
-    prompter_->pickOpen(QString());
-    control<QPushButton>("butScanBrowse")->click();
-    QCOMPARE(control<QLineEdit>("txtScannerIniFile")->text(), file("scanner.ini"));
-
     const QString target = file("new.csd");
-    prompter_->answer(Answer::Yes).pickSave(target);
-    action("mnuFileClose")->trigger();
-    expectClosedWindow();
-    const auto& save = prompter_->shown().last();
-    QCOMPARE(save.kind, ScriptedPrompter::Kind::SaveFile);
-    QCOMPARE(save.title, QStringLiteral("Save CAD server schema definition as"));
-    QCOMPARE(QSettings("Vantor", "Vantor").value("Settings/RecentFile1").toString(), target);
-
+    closeWith(Answer::Yes, target);
     QCOMPARE(parameterOnDisk(target, "GraphicConnectString"),
              std::optional<std::string>("DSN=drawings"));
-    QCOMPARE(parameterOnDisk(target, "DBConnectString"), std::nullopt);  // empty is stored as Null
-    QCOMPARE(parameterOnDisk(target, "CADExtension"), std::optional<std::string>("*.dgn; *.cel"));
     QCOMPARE(parameterOnDisk(target, "INI"),
              std::optional<std::string>(file("scanner.ini").toStdString()));
-    QCOMPARE(parameterOnDisk(target, "GraphicScannerClass"),
-             std::optional<std::string>("Torv.VektScanner"));
-    QCOMPARE(parameterOnDisk(target, "DbScannerClass"),
-             std::optional<std::string>("Torv.ODBCDatabaseScanner"));
-
-    // Opened again through File, Open, it shows what was saved.
-    prompter_->pickOpen(target);
-    action("mnuFileOpen")->trigger();
-    QVERIFY(window_->lifecycle().isOpen());
-    QCOMPARE(window_->windowTitle(), "CAD Server Definition - " + target);
-    QCOMPARE(control<QLineEdit>("txtCADConnectStr")->text(), QStringLiteral("DSN=drawings"));
-    QCOMPARE(control<QLineEdit>("tbMapFileExt")->text(), QStringLiteral("*.dgn; *.cel"));
-    prompter_->answer(Answer::No);
-    action("mnuFileClose")->trigger();
-    expectClosedWindow();
+    QCOMPARE(parameterOnDisk(target, "CADExtension"), std::optional<std::string>("*.dgn"));
   }
 
-  void cancelAtTheSaveQuestionKeepsTheDocument() {
-    const QString path = populatedSchema("keep.csd");
-    makeWindow(path);
+  void cancelAtTheSaveQuestionKeepsTheWindow() {
+    makeWindow(populatedSchema("keep.csd"));
     start();
-    const QString copy = window_->lifecycle().workingCopyPath();
-    for (const char* road : {"mnuFileClose", "mnuFileNew", "mnuFileOpen"}) {
-      prompter_->answer(Answer::Cancel);
-      action(road)->trigger();
-      QVERIFY2(window_->lifecycle().isOpen(), road);
-      QCOMPARE(window_->lifecycle().workingCopyPath(), copy);
-      QCOMPARE(workingFiles().size(), 2);
-      QCOMPARE(tabStates(), (QList<bool>{true, true, true, true}));
-      QCOMPARE(window_->windowTitle(), "CAD Server Definition - " + path);
-    }
-    const auto& question = prompter_->shown().first();
-    QCOMPARE(question.text, QStringLiteral("Save File?"));
-    QCOMPARE(question.title, QStringLiteral("Save File"));
-    QCOMPARE(question.style, document::MessageStyle::YesNoCancel);
-    // The window does not close either.
     prompter_->answer(Answer::Cancel);
     QVERIFY(!window_->close());
-    QVERIFY(window_->isVisible());
     QVERIFY(window_->lifecycle().isOpen());
     prompter_->answer(Answer::No);
     QVERIFY(window_->close());
-    QCOMPARE(workingFiles(), QStringList());
   }
 
-  void copyBackFailureOffersAnotherName() {
-    const QString path = populatedSchema("locked.csd");
-    makeWindow(path);
-    start();
-    // The document's place is taken by a folder: copying back must fail.
-    QVERIFY(QFile::remove(path));
-    QVERIFY(QDir().mkdir(path));
-
-    // Yes, another name: the copy lands there and the document stays open.
-    const QString other = file("other.csd");
-    prompter_->answer(Answer::Yes).answer(Answer::Yes).pickSave(other);
-    action("mnuFileClose")->trigger();
-    QVERIFY(prompter_->messages().at(1).endsWith("Save file with different name?"));
-    QCOMPARE(prompter_->shown().at(1).style, document::MessageStyle::YesNo);
-    QVERIFY(QFileInfo(other).isFile());
-    QCOMPARE(parameterOnDisk(other, "Version"), std::optional<std::string>("1.0"));
-    QVERIFY(window_->lifecycle().isOpen());
-    QCOMPARE(tabStates(), (QList<bool>{true, true, true, true}));
-    QCOMPARE(workingFiles().size(), 2);
-
-    // No: the work is given up and the working copy goes.
-    prompter_->clearShown();
-    prompter_->answer(Answer::Yes).answer(Answer::No);
-    action("mnuFileClose")->trigger();
-    QVERIFY(!window_->lifecycle().isOpen());
-    QCOMPARE(workingFiles(), QStringList());
-    QCOMPARE(prompter_->faults(), QStringList());
-  }
-
-  void closingTheWindowWritesItsPlacement() {
-    makeWindow();
-    start();
-    window_->move(40, 50);
-    window_->resize(700, 500);
-    QCoreApplication::processEvents();
-    const QRect frame = window_->frameGeometry();
-    QVERIFY(window_->close());  // nothing open: no question
-    QCOMPARE(prompter_->shown().size(), 0);
-    QSettings settings("Vantor", "Vantor");
-    settings.beginGroup("Settings");
-    QCOMPARE(settings.value("MainLeft").toInt(), frame.x());
-    QCOMPARE(settings.value("MainTop").toInt(), frame.y());
-    QCOMPARE(settings.value("MainWidth").toInt(), frame.width());
-    QCOMPARE(settings.value("MainHeight").toInt(), frame.height());
-  }
-
-  void minimizedWindowKeepsTheLastNormalPlacement() {
+  void closingWritesTheLastNormalPlacement() {
     makeWindow();
     start();
     window_->setGeometry(60, 70, 640, 480);
@@ -519,66 +627,54 @@ class FrmMainTest : public QObject {
     QVERIFY(window_->close());
     makeWindow();
     start();
-    window_->setGeometry(10, 10, 300, 200);
     window_->showMinimized();
     QCoreApplication::processEvents();
     QVERIFY(window_->close());
     QSettings settings("Vantor", "Vantor");
     QCOMPARE(settings.value("Settings/MainLeft").toInt(), normal.x());
+    QCOMPARE(settings.value("Settings/MainTop").toInt(), normal.y());
     QCOMPARE(settings.value("Settings/MainWidth").toInt(), normal.width());
+    QCOMPARE(settings.value("Settings/MainHeight").toInt(), normal.height());
   }
 
   void requerySeesRowsWrittenElsewhere() {
     makeWindow(populatedSchema("requery.csd"));
     start();
-    schema::Recordset& maps = window_->sharedRecordset("Maps");
-    QCOMPARE(maps.recordCount(), 2L);
     {
-      // As the wizard writes: through the document's database, not the
-      // window's recordset.
+      // As the wizard writes: through the database, not the window's recordset.
       schema::Recordset other = window_->lifecycle().database().openRecordset("select * from Maps");
       other.addNew();
       other.setField("Name", std::string("lakes.dgn"));
       other.update();
     }
-    QCOMPARE(maps.recordCount(), 2L);  // a dynaset keeps the rows it opened with
+    QCOMPARE(window_->sharedRecordset("Maps").recordCount(), 2L);
     window_->requery();
-    for (std::string_view table : frmMain::kSharedTables)
-      QVERIFY(window_->sharedRecordset(table).isOpen());
     QCOMPARE(window_->sharedRecordset("Maps").recordCount(), 3L);
-    prompter_->answer(Answer::No);
-    action("mnuFileClose")->trigger();
-    expectClosedWindow();
+    // The grid was rebuilt on the new recordset: a cell writes its own map.
+    QCOMPARE(control<QTableView>("tdbgCS")->model()->rowCount(), 3);
+    QVERIFY(control<QTableView>("tdbgCS")->model()->setData(
+        control<QTableView>("tdbgCS")->model()->index(2, 1), "/data/other/nad27.csf"));
+    closeWith(Answer::Yes);
+    QCOMPARE(mdbExport(file("requery.csd"), "Maps").last(), QStringLiteral("3,\"lakes.dgn\",,2"));
   }
 
   void startUpDialogChoosesTheDocument() {
-    // The real start-up dialog, answered as a user answers it.
     frmMain::Options options;
     options.prompter = prompter_.get();
     options.programPath = kProgram;
     options.tempFolder = temp();
     window_ = std::make_unique<frmMain>(options);
-    // The dialog runs its own event loop: answer it from there once it is up.
-    bool answered = false;
-    QTimer answer;
-    connect(&answer, &QTimer::timeout, this, [&] {
-      auto* intro = qobject_cast<shell::frmIntro*>(QApplication::activeModalWidget());
-      if (!intro || answered) return;
-      answered = true;
+    whenShown<shell::frmIntro>([](shell::frmIntro* intro) {
       intro->findChild<QRadioButton*>("optAutoCad")->click();
       intro->findChild<QPushButton*>("butOK")->click();
     });
-    answer.start(10);
     start();
     QTRY_VERIFY(window_->lifecycle().isOpen());
     QCOMPARE(window_->lifecycle().kind(), DocumentKind::AutoCad);
-    QCOMPARE(window_->windowTitle(), QStringLiteral("CAD Server Definition - AutoCad Template"));
-    prompter_->answer(Answer::No);
-    action("mnuFileClose")->trigger();
-    expectClosedWindow();
+    closeWith(Answer::No);
   }
 
-  void aFileTheEngineCannotReadIsReportedAndNothingOpens() {
+  void aFileTheEngineCannotReadIsReported() {
     const QString path = file("notes.csd");
     QFile f(path);
     QVERIFY(f.open(QIODevice::WriteOnly));
@@ -589,7 +685,7 @@ class FrmMainTest : public QObject {
     QVERIFY(!window_->lifecycle().isOpen());
     QCOMPARE(prompter_->messages().size(), 1);
     QVERIFY(prompter_->messages().at(0).startsWith("The following error occured: \r\n\r\n"));
-    expectClosedWindow();
+    QCOMPARE(tabStates(), (QList<bool>{false, false, false, false}));
   }
 
   void helpAndAbout() {
@@ -600,7 +696,6 @@ class FrmMainTest : public QObject {
         shell::setHelpOpener([&](QWidget*, const QString&, int context) { contexts << context; });
     action("mnu_hlp_contents")->trigger();
     shell::setHelpOpener(previous);
-    // The help file ships beside the program in the build.
     QCOMPARE(contexts, QList<int>{131});
     action("mnuHelpAbout")->trigger();
     QCOMPARE(aboutShown_, 1);

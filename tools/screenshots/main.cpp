@@ -5,12 +5,14 @@
 // would open it. Run it on a real display or under Xvfb (scripts/screenshots).
 #include <QApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QListWidget>
 #include <QPushButton>
 #include <QSettings>
 #include <QTabWidget>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QTimer>
 #include <cstdio>
 
@@ -24,6 +26,7 @@
 #include "schema/schema_database.h"
 #include "shell/HelpViewer.h"
 #include "shell/frmAbout.h"
+#include "shell/frmDir.h"
 #include "shell/frmErrors.h"
 #include "shell/frmIntro.h"
 #include "shell/frmMain.h"
@@ -57,24 +60,34 @@ int32_t addRow(schema::SchemaDatabase& db, const char* table, const char* key,
   return id;
 }
 
-// A small collection: two folders of drawings, their maps in one
-// coordinate system, three feature classes.
+// A small collection: two folders of drawings on disk, their maps each in
+// its folder's coordinate system (two files of one name, told apart by
+// their folders), three feature classes.
 QString sampleSchema(const QString& templateFile, const QString& folder) {
   const QString path = folder + "/city-utilities.csd";
+  const QString roadsDir = folder + "/gis/roads", hydroDir = folder + "/gis/hydro";
+  const std::pair<QString, QStringList> drawings[] = {
+      {roadsDir,
+       {"streets-north.dgn", "streets-south.dgn", "bridges.dgn", "utm33n.csf", "nad83.csf"}},
+      {hydroDir, {"rivers.dgn", "lakes.dgn", "utm33n.csf"}}};
+  for (const auto& [dir, files] : drawings) {
+    QDir().mkpath(dir);
+    for (const QString& name : files) QFile(dir + "/" + name).open(QIODevice::WriteOnly);
+  }
   QFile::copy(templateFile, path);
   QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
   schema::SchemaDatabase db;
   db.open(path.toStdString());
-  const int32_t roads =
-      addRow(db, "Directories", "dirId", {{"Path", std::string("/srv/gis/roads")}});
-  const int32_t hydro =
-      addRow(db, "Directories", "dirId", {{"Path", std::string("/srv/gis/hydro")}});
+  const int32_t roads = addRow(db, "Directories", "dirId", {{"Path", roadsDir.toStdString()}});
+  const int32_t hydro = addRow(db, "Directories", "dirId", {{"Path", hydroDir.toStdString()}});
   const int32_t cs = addRow(db, "CoordinateSystemFiles", "csfid",
                             {{"Name", std::string("utm33n.csf")}, {"dirId", roads}});
+  const int32_t hydroCs = addRow(db, "CoordinateSystemFiles", "csfid",
+                                 {{"Name", std::string("utm33n.csf")}, {"dirId", hydro}});
   for (const char* map : {"streets-north.dgn", "streets-south.dgn"})
     addRow(db, "Maps", "mapId", {{"Name", std::string(map)}, {"dirId", roads}, {"csfid", cs}});
   addRow(db, "Maps", "mapId",
-         {{"Name", std::string("rivers.dgn")}, {"dirId", hydro}, {"csfid", cs}});
+         {{"Name", std::string("rivers.dgn")}, {"dirId", hydro}, {"csfid", hydroCs}});
   for (const char* feature : {"Streets", "Rivers", "Bridges"})
     addRow(db, "Features", "feaId", {{"Name", std::string(feature)}, {"csfid", cs}});
   db.close();
@@ -162,6 +175,8 @@ int main(int argc, char* argv[]) {
   }
 
   bool ok = true;
+  // The first folder chosen, so the Files tab shows its drawings.
+  window.findChild<QListWidget*>("lbDirectories")->setCurrentRow(0);
   // A feature class chosen, so Edit and Delete show as they are used.
   window.findChild<QListWidget*>("lbFeatCls")->setCurrentRow(0);
   auto* tabs = window.findChild<QTabWidget*>("SSTab1");
@@ -210,6 +225,19 @@ int main(int argc, char* argv[]) {
   ok &= save(uniqueKeys, out, "frmPrimaryUniqueKeys");
   uniqueKeys.hide();
 
+  // Select Folder, opened on the sample's first folder as Change opens it;
+  // the folder tree fills in the background.
+  shell::frmDir folders(prompter, &window);
+  folders.setInitialPath(scratch.path() + "/gis/roads");
+  folders.show();
+  QElapsedTimer tree;
+  tree.start();
+  while (tree.elapsed() < 1500) {
+    QCoreApplication::processEvents();
+    QThread::msleep(20);
+  }
+  ok &= save(folders, out, "frmDir");
+  folders.hide();
   ok &= wizardSteps(window, prompter, out);
 
   // The help, as F1 opens it, on the Files tab's topic.
