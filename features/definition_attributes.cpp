@@ -27,8 +27,6 @@ QString storedValues(schema::Recordset& rs, const DefinableAttribute& a) {
   return qs(showValues(items, a.gdoType, a.range));
 }
 
-QString line(const QString& s) { return "  " + s + "\r\n"; }
-
 }  // namespace
 
 void DefinitionAttributes::load() {
@@ -94,11 +92,8 @@ void DefinitionAttributes::addRow(const DefinableAttribute& attribute) {
 }
 
 bool DefinitionAttributes::add(const QString& name) {
-  std::optional<GraphicAttribute> g = findAttribute(c_.rs.graphicAttributes, name);
-  if (!g) {
-    c_.tell(text(5009) + name + ". " + text(5010));
-    return false;
-  }
+  std::optional<GraphicAttribute> g = c_.attributeNamed(name, 5010);
+  if (!g) return false;
   const DefinableAttribute* attribute = catalogued(g->attrId);
   if (!attribute || attribute->tableName.empty()) {
     c_.tell(text(5019));
@@ -110,11 +105,8 @@ bool DefinitionAttributes::add(const QString& name) {
 }
 
 bool DefinitionAttributes::remove(const QString& name) {
-  std::optional<GraphicAttribute> g = findAttribute(c_.rs.graphicAttributes, name);
-  if (!g) {
-    c_.tell(text(5009) + name + ". " + text(5011));
-    return false;
-  }
+  std::optional<GraphicAttribute> g = c_.attributeNamed(name, 5011);
+  if (!g) return false;
   if (c_.dbLinked && linkage::isTableLinkAttribute(c_.db, g->attrId)) {
     c_.tell(text(5047) + name + text(5048));
     return false;
@@ -148,7 +140,7 @@ QStringList DefinitionAttributes::addTableLinkAttributes() {
 }
 
 QString DefinitionAttributes::attributeCheck() const {
-  return selected_.isEmpty() ? line(text(5024)) : QString();
+  return selected_.isEmpty() ? checkLine(text(5024)) : QString();
 }
 
 QString DefinitionAttributes::valueCheck() {
@@ -159,10 +151,10 @@ QString DefinitionAttributes::valueCheck() {
 
 QString DefinitionAttributes::checkAndWrite(ValueRow& row) {
   const DefinableAttribute& a = row.attribute;
-  if (row.values.isEmpty()) return line(text(5027) + " " + a.name + " " + text(5026));
+  if (row.values.isEmpty()) return checkLine(text(5027) + " " + a.name + " " + text(5026));
   const QString invalid = text(5025) + " " + a.name + ":";
   // A table-link attribute the template gave no value table.
-  if (a.tableName.empty()) return line(invalid + " " + text(5019));
+  if (a.tableName.empty()) return checkLine(invalid + " " + text(5019));
 
   schema::Recordset table = c_.db.openRecordset("select * from " + a.tableName +
                                                 " where feaId = " + std::to_string(c_.featureId));
@@ -172,14 +164,14 @@ QString DefinitionAttributes::checkAndWrite(ValueRow& row) {
     case ValueError::kNone:
       break;
     case ValueError::kTooLong:
-      return line(a.name + " : Enter a Valid string, with length less than " +
-                  QString::number(size));
+      return checkLine(a.name + " : Enter a Valid string, with length less than " +
+                       QString::number(size));
     case ValueError::kNotQuoted:
-      return line(a.name + " : Enter the string, within single quotes ");
+      return checkLine(a.name + " : Enter the string, within single quotes ");
     case ValueError::kMisusedDelimiter:
-      return line(invalid + " " + text(5055));
+      return checkLine(invalid + " " + text(5055));
     case ValueError::kInvalid:
-      return line(invalid);
+      return checkLine(invalid);
   }
   if (table.recordCount() > 0)
     for (table.moveFirst(); !table.eof(); table.moveNext()) table.deleteRecord();

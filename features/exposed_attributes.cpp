@@ -55,11 +55,8 @@ QStringList ExposedAttributes::addKeyAttributes() {
 }
 
 bool ExposedAttributes::add(const QString& name) {
-  std::optional<GraphicAttribute> attribute = findAttribute(c_.rs.graphicAttributes, name);
-  if (!attribute) {
-    c_.tell(text(5009) + name + ". " + text(5010));
-    return false;
-  }
+  std::optional<GraphicAttribute> attribute = c_.attributeNamed(name, 5010);
+  if (!attribute) return false;
   expose(attribute->attrId);
   selected_ << name;
   if (isGeometryType(attribute->gdoType)) geometry_.push_back({name, false});
@@ -67,11 +64,8 @@ bool ExposedAttributes::add(const QString& name) {
 }
 
 bool ExposedAttributes::remove(const QString& name) {
-  std::optional<GraphicAttribute> attribute = findAttribute(c_.rs.graphicAttributes, name);
-  if (!attribute) {
-    c_.tell(text(5009) + name + ". " + text(5011));
-    return false;
-  }
+  std::optional<GraphicAttribute> attribute = c_.attributeNamed(name, 5011);
+  if (!attribute) return false;
   const int32_t attrId = attribute->attrId;
   if (linkage::isUniqueKey(c_.db, attrId, c_.dbLinked) &&
       !c_.confirm(text(5049) + name + text(5050) + "\r\n\r\n" + text(5051)))
@@ -94,7 +88,7 @@ void ExposedAttributes::checkGeometry(int row) {
 QString ExposedAttributes::check() const {
   for (const Geometry& g : geometry_)
     if (g.checked) return {};
-  return "  " + text(5029) + "\r\n";
+  return checkLine(text(5029));
 }
 
 int32_t ExposedAttributes::primaryGeometryId() {

@@ -31,8 +31,6 @@ std::pair<QString, QString> splitDisplay(const QString& display) {
   return {display.left(at), display.mid(at + 1)};
 }
 
-QString line(const QString& s) { return "  " + s + "\r\n"; }
-
 }  // namespace
 
 void FeatureMaps::load() {
@@ -161,12 +159,12 @@ bool FeatureMaps::remove(const QString& map) {
 }
 
 QString FeatureMaps::check(const QString& csText) {
-  if (selectedCount_ <= 0) return line(text(5028));
+  if (selectedCount_ <= 0) return checkLine(text(5028));
   if (!csText.isEmpty()) return {};
   index();
   for (auto at = selected_.begin(); at != selected_.end(); ++at) {
     const auto cs = csByName_.find(key(splitDisplay(at.key()).second));
-    if (cs != csByName_.end() && cs->second) return line(text(5030));
+    if (cs != csByName_.end() && cs->second) return checkLine(text(5030));
   }
   return {};
 }

@@ -1,6 +1,7 @@
 #include "features/feature_name.h"
 
 #include "document/string_table.h"
+#include "features/wizard_context.h"
 #include "jet/text.h"
 
 namespace features {
@@ -22,8 +23,6 @@ bool inCodePage1252(QChar c) {
   return repertoire.contains(c);
 }
 
-QString line(const QString& message) { return QStringLiteral("  ") + message + "\r\n"; }
-
 }  // namespace
 
 bool isSpecialCharacter(QChar c) {
@@ -32,8 +31,8 @@ bool isSpecialCharacter(QChar c) {
 }
 
 QString nameCheck(const QString& name) {
-  if (name.isEmpty()) return line(document::text(kNoName));
-  if (name.contains(QLatin1Char(' '))) return line(document::text(kSpacesNotAllowed));
+  if (name.isEmpty()) return checkLine(document::text(kNoName));
+  if (name.contains(QLatin1Char(' '))) return checkLine(document::text(kSpacesNotAllowed));
   if (name.front() >= QLatin1Char('0') && name.front() <= QLatin1Char('9'))
     return QStringLiteral("  Feature name cannot start with a number");
   return {};

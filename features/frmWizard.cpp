@@ -1,7 +1,6 @@
 #include "features/frmWizard.h"
 
 #include <QApplication>
-#include <QFocusEvent>
 #include <QHeaderView>
 #include <QListWidget>
 #include <QtDebug>
@@ -195,10 +194,11 @@ void frmWizard::nameEdited(const QString& typed) {
   prompter_.ask(text(edit.message), document::MessageStyle::Ok);
 }
 
-bool frmWizard::leaveName() {
+bool frmWizard::leaveName(bool emptyMayLeave) {
   const NameLeave leave = nameLeft(ui_->tbFeatureName->text(), wizard_.nameAsOpened());
+  // Next and Finish name an empty name themselves.
+  if (!leave.keepFocus || (emptyMayLeave && leave.message == 0)) return true;
   if (leave.message) prompter_.ask(text(leave.message), document::MessageStyle::Ok);
-  if (!leave.keepFocus) return true;
   ui_->tbFeatureName->setFocus(Qt::OtherFocusReason);
   return false;
 }
@@ -210,7 +210,7 @@ bool frmWizard::eventFilter(QObject* watched, QEvent* event) {
     QWidget* next = QApplication::focusWidget();
     if (next && ui_->fraStep0->isAncestorOf(next) && next != ui_->tbFeatureName) {
       showing_ = true;
-      trap([this] { leaveName(); });
+      trap([this] { leaveName(false); });
       showing_ = false;
     }
   }
@@ -232,7 +232,7 @@ void frmWizard::commitGridEdit() {
 
 void frmWizard::next() {
   commitGridEdit();
-  if (wizard_.step() == 0 && !leaveName()) return;
+  if (wizard_.step() == 0 && !leaveName(true)) return;
   const bool fromFirst = wizard_.step() == 0;
   const bool moved = wizard_.next();
   // Leaving the first step of a new feature class adds its key attributes.
@@ -244,7 +244,7 @@ void frmWizard::next() {
 void frmWizard::finish() {
   try {
     commitGridEdit();
-    if (wizard_.step() == 0 && !leaveName()) return;
+    if (wizard_.step() == 0 && !leaveName(true)) return;
     if (wizard_.finish() == FeatureWizard::Outcome::kFinished) accept();
   } catch (const std::exception& e) {
     sink_(e);

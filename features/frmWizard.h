@@ -66,7 +66,8 @@ class frmWizard : public QDialog {
   void focusStep();
   void commitGridEdit();
   // The check of leaving the name box; false when the focus went back.
-  bool leaveName();
+  // emptyMayLeave: an empty name is left to the check of Next and Finish.
+  bool leaveName(bool emptyMayLeave);
   void nameEdited(const QString& text);
   void geometryChanged(int row, bool checked);
   void linkageClicked(bool checked);

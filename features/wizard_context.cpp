@@ -21,6 +21,15 @@ bool WizardContext::confirm(const QString& message) const {
   return prompter.ask(message, document::MessageStyle::YesNo) == document::Answer::Yes;
 }
 
+std::optional<GraphicAttribute> WizardContext::attributeNamed(const QString& name,
+                                                              int consequence) const {
+  std::optional<GraphicAttribute> attribute = findAttribute(rs.graphicAttributes, name);
+  if (!attribute) tell(document::text(5009) + name + ". " + document::text(consequence));
+  return attribute;
+}
+
+QString checkLine(const QString& message) { return QStringLiteral("  ") + message + "\r\n"; }
+
 QString qs(const std::string& s) { return QString::fromStdString(s); }
 std::string ss(const QString& s) { return s.toStdString(); }
 

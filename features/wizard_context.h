@@ -28,6 +28,13 @@ struct WizardRecordsets {
   schema::Recordset& featureDefAttr;
 };
 
+// A row of GraphicAttributes.
+struct GraphicAttribute {
+  int32_t attrId = 0;
+  QString name;
+  int gdoType = 0;
+};
+
 struct WizardContext {
   schema::SchemaDatabase& db;
   WizardRecordsets rs;
@@ -41,14 +48,14 @@ struct WizardContext {
   void tell(const QString& message) const;
   // A Yes/No question; true for Yes.
   bool confirm(const QString& message) const;
+  // The graphic attribute of that name; when there is none the user is told
+  // "Unable to locate graphic attribute <name>." and the consequence
+  // (string 5010 or 5011).
+  std::optional<GraphicAttribute> attributeNamed(const QString& name, int consequence) const;
 };
 
-// A row of GraphicAttributes.
-struct GraphicAttribute {
-  int32_t attrId = 0;
-  QString name;
-  int gdoType = 0;
-};
+// One line of a step check's text: two blanks, the message, a line end.
+QString checkLine(const QString& message);
 
 // The attribute found with "Name = '<name>'" or "AttrId = <id>" in the
 // GraphicAttributes recordset; nullopt on no match. A name holding a quote

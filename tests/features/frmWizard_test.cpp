@@ -231,6 +231,12 @@ class WizardWidgetTest : public QObject {
           QStringLiteral("Feature Definition Wizard - Enter feature name and coordinate system"));
       QCOMPARE(QApplication::focusWidget(), name);
       QCOMPARE(name->selectedText(), QStringLiteral("Feature1"));
+      press(name, Qt::Key_Delete);
+      press(name, Qt::Key_Return);  // Next without a name stays
+      name->insert("Ro-ads");       // as pasted: leaving the box finds it
+      press(name, Qt::Key_Tab);
+      QCOMPARE(QApplication::focusWidget(), name);
+      name->clear();
       QTest::keyClicks(name, "Roads ");  // the blank is refused
       QCOMPARE(name->text(), QStringLiteral("Roads"));
       press(name, Qt::Key_F1);
@@ -275,7 +281,9 @@ class WizardWidgetTest : public QObject {
     QCOMPARE(wizardsRun_, 1);
     QCOMPARE(helpContexts_, (QList<int>{131, 145}));
     QCOMPARE(prompter_->messages(),
-             QStringList{"Invalid character.  Spaces not allowed in feature names."});
+             (QStringList{"  Feature must have a name.\r\n",
+                          "Invalid character.  Special Charecter is not allowed in feature names.",
+                          "Invalid character.  Spaces not allowed in feature names."}));
     QCOMPARE(featureList()->count(), 1);
     QCOMPARE(featureList()->item(0)->text(), QStringLiteral("Roads"));
     const QStringList created = {
