@@ -1,25 +1,16 @@
 // The Feature Definition tab's feature class list: New and Edit open the
 // Feature Definition Wizard on the main window's database and recordsets,
 // Delete removes a class with everything that hangs from it.
-#include <QApplication>
 #include <QListWidget>
 
 #include "features/feature_list.h"
 #include "features/frmWizard.h"
+#include "shell/busy.h"
 #include "shell/frmMain.h"
 #include "shell/help.h"
 #include "ui_frmMain.h"
 
 namespace {
-
-// The busy pointer over one step of a handler, restored however it ends.
-class BusyPointer {
- public:
-  BusyPointer() { QApplication::setOverrideCursor(Qt::WaitCursor); }
-  ~BusyPointer() { QApplication::restoreOverrideCursor(); }
-  BusyPointer(const BusyPointer&) = delete;
-  BusyPointer& operator=(const BusyPointer&) = delete;
-};
 
 // The class chosen in the list; null when none is.
 QListWidgetItem* chosen(QListWidget* list) {
@@ -54,12 +45,13 @@ void frmMain::runFeatureWizard(bool edit) {
   const int remembered = item ? list->row(item) : -1;
   const QString name = edit ? item->text() : QString();
   // However the wizard ends, even when it cannot read its feature class,
-  // the list and the recordsets are read again afterwards.
+  // the list and the recordsets are read again afterwards: declared before
+  // the dialog, this runs once the wizard is gone.
   struct Refresh {
     frmMain& window;
     int row;
     ~Refresh() {
-      BusyPointer busy;
+      shell::Hourglass busy;
       window.requery();
       window.trap([this] {
         window.fillFeatureList();
@@ -77,7 +69,7 @@ void frmMain::runFeatureWizard(bool edit) {
   dialog.setHelpHandler(
       [this, &dialog](int context) { shell::ShowHelp(&dialog, *prompter_, context); });
   {
-    BusyPointer busy;
+    shell::Hourglass busy;
     dialog.load(name, scanner_.drawingScannerClass());
   }
   shell::installHelpKey(&dialog, *prompter_);
@@ -90,7 +82,7 @@ void frmMain::runFeatureWizard(bool edit) {
 void frmMain::deleteFeatureClass() {
   QListWidgetItem* item = chosen(ui_->lbFeatCls);
   if (!item) return;
-  BusyPointer busy;
+  shell::Hourglass busy;
   if (features::deleteFeatureClass(lifecycle_->database(), sharedRecordset("Features"),
                                    item->text()))
     fillFeatureList();
