@@ -18,10 +18,7 @@
 // counts. Each figure is the median of several repetitions.
 //
 //   bench_data_layer [--reps N] [--dir DIR] [--template FILE] [--keep]
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,15 +33,17 @@
 #include <string>
 #include <vector>
 
+#include "bench_support.h"
 #include "jet/check.h"
 #include "jet/database.h"
 #include "schema/schema_database.h"
 
-extern char** environ;
-
 namespace {
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::median;
+using bench::msSince;
+using bench::runQuiet;
 
 constexpr int kDirectories = 50;
 constexpr int kMaps = 32000;
@@ -54,16 +53,6 @@ constexpr int kAdded = 32000;
 
 const char* const kTables[] = {"GraphicAttributes",     "FeatureDefAttr", "Features", "Maps",
                                "CoordinateSystemFiles", "Directories"};
-
-double msSince(Clock::time_point since) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - since).count();
-}
-
-double median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  size_t n = v.size();
-  return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-}
 
 // Maps are spread over the directories in runs of 640, as a scanner that
 // walks one folder after another adds them; names are those of drawings.
@@ -106,44 +95,8 @@ void generate(const std::string& templatePath, const std::string& path) {
   if (!faults.empty()) throw std::runtime_error("generated file fails the check: " + faults[0]);
 }
 
-// Generates in a child process so that its memory stays out of our peak RSS.
-void generateInChild(const std::string& templatePath, const std::string& path) {
-  pid_t pid = fork();
-  if (pid < 0) throw std::runtime_error("fork failed");
-  if (pid == 0) {
-    try {
-      generate(templatePath, path);
-    } catch (const std::exception& e) {
-      std::fprintf(stderr, "generation failed: %s\n", e.what());
-      _exit(1);
-    }
-    _exit(0);
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-    throw std::runtime_error("generating the file failed");
-}
-
 void expect(bool ok, const std::string& what) {
   if (!ok) throw std::runtime_error("check failed: " + what);
-}
-
-// Runs a program with stdout to /dev/null; false unless it exits with 0.
-bool runQuiet(const std::vector<std::string>& args) {
-  posix_spawn_file_actions_t fa;
-  posix_spawn_file_actions_init(&fa);
-  posix_spawn_file_actions_addopen(&fa, 1, "/dev/null", O_WRONLY, 0);
-  std::vector<char*> argv;
-  for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
-  pid_t pid;
-  int rc = posix_spawnp(&pid, argv[0], &fa, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&fa);
-  if (rc != 0) return false;
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 std::string row(const char* figure, const std::string& measured, const std::string& range,
@@ -202,7 +155,7 @@ int main(int argc, char** argv) {
   try {
     std::fprintf(stderr, "generating %s ...\n", source.c_str());
     auto t0 = Clock::now();
-    generateInChild(templatePath, source);
+    bench::generateInChild([&] { generate(templatePath, source); });
     std::fprintf(stderr, "generated in %.1f s, %.1f MB\n", msSince(t0) / 1000,
                  fs::file_size(source) / 1e6);
 
@@ -289,10 +242,7 @@ int main(int argc, char** argv) {
     }
 
     const double a = median(openMs), b = median(findMs), c = median(addMs);
-    auto range = [](const std::vector<double>& v, const char* f) {
-      auto [lo, hi] = std::minmax_element(v.begin(), v.end());
-      return fmt(f, *lo) + " – " + fmt(f, *hi);
-    };
+    const auto range = bench::range;
     std::string out;
     out += "| figure | median of " + std::to_string(reps) + " | min – max | goal | result |\n";
     out += "|---|---:|---:|---:|:-:|\n";

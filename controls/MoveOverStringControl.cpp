@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QFontMetrics>
+#include <QKeyEvent>
 #include <QtDebug>
 #include <array>
 #include <exception>
@@ -76,15 +77,30 @@ MoveOverStringControl::MoveOverStringControl(QWidget* parent)
           [this] { trapped(1, [this] { copyAcross(Scope::Highlighted); }); });
   connect(ui_->SelectedList, &QListWidget::itemDoubleClicked, this,
           [this] { trapped(1, [this] { removeHighlighted(); }); });
+  connect(ui_->txtLeftFilter, &QLineEdit::textChanged, this,
+          [this](const QString& text) { applyFilter(ui_->AvailableList, text); });
+  connect(ui_->txtRightFilter, &QLineEdit::textChanged, this,
+          [this](const QString& text) { applyFilter(ui_->SelectedList, text); });
+  ui_->txtLeftFilter->installEventFilter(this);
+  ui_->txtRightFilter->installEventFilter(this);
 }
 
 MoveOverStringControl::~MoveOverStringControl() = default;
 
 QString MoveOverStringControl::LeftLabel() const { return ui_->lblLeftList->text(); }
 
+namespace {
+// "Available maps:" gives "Available maps filter".
+QString filterName(QString caption) {
+  if (caption.endsWith(QLatin1Char(':'))) caption.chop(1);
+  return caption + QStringLiteral(" filter");
+}
+}  // namespace
+
 void MoveOverStringControl::setLeftLabel(const QString& caption) {
   ui_->lblLeftList->setText(caption);
   ui_->AvailableList->setAccessibleName(caption);
+  ui_->txtLeftFilter->setAccessibleName(filterName(caption));
 }
 
 QString MoveOverStringControl::RightLabel() const { return ui_->lblRightList->text(); }
@@ -92,6 +108,7 @@ QString MoveOverStringControl::RightLabel() const { return ui_->lblRightList->te
 void MoveOverStringControl::setRightLabel(const QString& caption) {
   ui_->lblRightList->setText(caption);
   ui_->SelectedList->setAccessibleName(caption);
+  ui_->txtRightFilter->setAccessibleName(filterName(caption));
 }
 
 namespace {
@@ -109,7 +126,10 @@ QStringList MoveOverStringControl::AvailableStrings() const {
 
 void MoveOverStringControl::setAvailableStrings(const QStringList& strings) {
   ui_->AvailableList->clear();
+  widths_.clear();
   fill(ui_->AvailableList, widestAvailable_, strings);
+  if (!ui_->txtLeftFilter->text().isEmpty())
+    applyFilter(ui_->AvailableList, ui_->txtLeftFilter->text());
 }
 
 QStringList MoveOverStringControl::SelectedStrings() const { return stringsOf(ui_->SelectedList); }
@@ -123,11 +143,14 @@ void MoveOverStringControl::setSelectedStrings(const QStringList* strings) {
   ClearSelected();
   fill(ui_->SelectedList, widestSelected_, *strings);
   for (const QString& text : *strings) ++selectedCount_[text];
+  if (!ui_->txtRightFilter->text().isEmpty())
+    applyFilter(ui_->SelectedList, ui_->txtRightFilter->text());
 }
 
 void MoveOverStringControl::enabled(bool value) {
-  const std::array<QWidget*, 6> parts{ui_->AvailableList, ui_->SelectedList, ui_->butSelect,
-                                      ui_->butSelectAll,  ui_->butUnSelect,  ui_->butUnSelectAll};
+  const std::array<QWidget*, 8> parts{ui_->AvailableList,  ui_->SelectedList,  ui_->txtLeftFilter,
+                                      ui_->txtRightFilter, ui_->butSelect,     ui_->butSelectAll,
+                                      ui_->butUnSelect,    ui_->butUnSelectAll};
   for (QWidget* part : parts) part->setEnabled(value);
 }
 
@@ -151,9 +174,34 @@ int MoveOverStringControl::padding() const {
   return fontMetrics().horizontalAdvance(QStringLiteral("12345"));
 }
 
-void MoveOverStringControl::measure(const QString& text, int& widest) const {
-  const int width = fontMetrics().horizontalAdvance(text);
-  if (width > widest) widest = width;
+void MoveOverStringControl::measure(const QString& text, int& widest) {
+  auto known = widths_.constFind(text);
+  if (known == widths_.constEnd())
+    known = widths_.insert(text, fontMetrics().horizontalAdvance(text));
+  if (*known > widest) widest = *known;
+}
+
+bool MoveOverStringControl::matches(const QString& text, const QString& filter) const {
+  return filter.isEmpty() || text.contains(filter, Qt::CaseInsensitive);
+}
+
+void MoveOverStringControl::applyFilter(QListWidget* list, const QString& filter) {
+  for (int i = 0; i < list->count(); ++i) {
+    QListWidgetItem* item = list->item(i);
+    const bool hide = !matches(item->text(), filter);
+    if (list->isRowHidden(i) == hide) continue;
+    list->setRowHidden(i, hide);
+    if (hide) item->setSelected(false);
+  }
+}
+
+bool MoveOverStringControl::eventFilter(QObject* watched, QEvent* event) {
+  // Down in a filter box goes on into its list.
+  if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent*>(event)->key() == Qt::Key_Down) {
+    if (watched == ui_->txtLeftFilter) return ui_->AvailableList->setFocus(), true;
+    if (watched == ui_->txtRightFilter) return ui_->SelectedList->setFocus(), true;
+  }
+  return QWidget::eventFilter(watched, event);
 }
 
 void MoveOverStringControl::fill(ExtentListWidget* list, int& widest, const QStringList& strings) {
@@ -171,7 +219,11 @@ bool MoveOverStringControl::isSelected(const QString& text) const {
 }
 
 void MoveOverStringControl::appendSelected(const QString& text) {
-  ui_->SelectedList->addItem(text);
+  // addItem, not an item made with the list as parent: that road costs
+  // ten times as much per entry.
+  QListWidget* list = ui_->SelectedList;
+  list->addItem(text);
+  if (!matches(text, ui_->txtRightFilter->text())) list->setRowHidden(list->count() - 1, true);
   ++selectedCount_[text];
 }
 

@@ -11,7 +11,14 @@
 // exception is handed to the error sink. No other member reports errors.
 // Each list's accessible name is its caption, so assistive tools tell the
 // two lists apart. Lists of tens of thousands of strings stay quick: they
-// are filled in one pass and a copy finds duplicates without a scan.
+// are filled in one pass, a string is measured once, and a copy finds
+// duplicates without a scan.
+//
+// A filter box above each list shows only the entries holding the text
+// typed there (without regard to case). It changes what is shown, not what
+// the list holds: the moves offer the same strings in the same order with
+// or without it, ">>" and "<<" every entry. An entry the filter hides loses
+// its highlight, so ">" and "<" move only entries the user can see.
 #pragma once
 
 #include <QHash>
@@ -21,6 +28,8 @@
 #include <exception>
 #include <functional>
 #include <memory>
+
+class QListWidget;
 
 namespace Ui {
 class MoveOverStringControl;
@@ -61,7 +70,8 @@ class MoveOverStringControl : public QWidget {
   // The string of the move in progress; it keeps the last one afterwards.
   QString ActiveItem() const { return activeItem_; }
 
-  // Switches both lists and the four buttons, nothing else.
+  // Switches both lists with their filter boxes and the four buttons,
+  // nothing else.
   void enabled(bool value);
 
   // Emptying a list keeps its horizontal extent: the room for the widest
@@ -83,6 +93,9 @@ class MoveOverStringControl : public QWidget {
   int widestAvailableWidth() const { return widestAvailable_; }
   int widestSelectedWidth() const { return widestSelected_; }
 
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
  signals:
   // Before each string is copied into the selected list.
   void ItemSelected();
@@ -101,7 +114,11 @@ class MoveOverStringControl : public QWidget {
 
   int padding() const;
   // Measures text and raises widest when it is wider.
-  void measure(const QString& text, int& widest) const;
+  void measure(const QString& text, int& widest);
+  // Shows the list's entries that hold the filter's text, every one when
+  // it is empty.
+  void applyFilter(QListWidget* list, const QString& filter);
+  bool matches(const QString& text, const QString& filter) const;
   void fill(ExtentListWidget* list, int& widest, const QStringList& strings);
   bool isSelected(const QString& text) const;
   // The selected list's content changes only through these, which keep
@@ -124,6 +141,9 @@ class MoveOverStringControl : public QWidget {
   int widestSelected_ = 0;
   // How often each string stands in the selected list.
   QHash<QString, int> selectedCount_;
+  // Widths measured since the available list was last filled: a string
+  // copied across is not measured again.
+  QHash<QString, int> widths_;
   ErrorSink errorSink_;
 };
 

@@ -9,7 +9,9 @@ namespace schema {
 std::vector<ListEntry> listEntries(Recordset& rs, std::string_view textField,
                                    std::string_view idField) {
   std::vector<ListEntry> entries;
-  if (rs.bof() && rs.eof()) return entries;
+  // RecordCount, not BOF and EOF: a recordset whose last row was just
+  // deleted stands on that row, neither at BOF nor at EOF.
+  if (rs.recordCount() == 0) return entries;
   for (rs.moveFirst(); !rs.eof(); rs.moveNext()) {
     const jet::Value text = rs.field(textField);
     const jet::Value key = rs.field(idField);

@@ -108,6 +108,7 @@ frmMain::frmMain(Options options, QWidget* parent)
     ui_->butEditFeatCls->setEnabled(true);
     ui_->butDeleteFeatCls->setEnabled(true);
   });
+  wireFeatureTab();
 
   setCloseEnabled(false);
   enablingStep();

@@ -54,6 +54,9 @@ struct MainWindowOptions {
   // The Select Folder dialog, opened on a path; returns the chosen folder,
   // "" for Cancel. Empty: frmDir.
   std::function<QString(const QString& initialPath)> showFolder;
+  // Runs the Feature Definition Wizard once it has read its feature class;
+  // empty: exec(). A test drives the real wizard here.
+  std::function<void(QDialog&)> runFeatureWizard;
 };
 
 class frmMain : public QMainWindow, private document::DocumentHost {
@@ -129,6 +132,11 @@ class frmMain : public QMainWindow, private document::DocumentHost {
   void runPrimaryUniqueKeys();
   void runKeysDialog(QDialog& dialog, int helpContext, const std::function<void(QDialog&)>& run);
   void showHelp();
+
+  // The Feature Definition tab's buttons (frmMain_features.cpp).
+  void wireFeatureTab();
+  void runFeatureWizard(bool edit);
+  void deleteFeatureClass();
 
   std::unique_ptr<Ui::frmMain> ui_;
   std::unique_ptr<shell::QtPrompter> ownPrompter_;

@@ -8,6 +8,7 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QtTest>
@@ -235,6 +236,42 @@ class MoveOverStringControlTest : public QObject {
     QTest::mouseClick(c.selectAll, Qt::LeftButton);
     QCOMPARE(adds.offered, QStringList{"a"});
     QCOMPARE(c.control.SelectedStrings(), (QStringList{"b", "a"}));
+  }
+
+  void filterBoxesHideEntriesWithoutChangingTheMoves() {
+    Chooser c;
+    Container adds(c.control, true);
+    c.control.setLeftLabel(QStringLiteral("Available maps:"));
+    auto* left = c.the<QLineEdit>("txtLeftFilter");
+    auto* right = c.the<QLineEdit>("txtRightFilter");
+    QCOMPARE(left->accessibleName(), QStringLiteral("Available maps filter"));
+    const auto shown = [](const QListWidget* list) {
+      QStringList texts;
+      for (int i = 0; i < list->count(); ++i)
+        if (!list->isRowHidden(i)) texts << list->item(i)->text();
+      return texts;
+    };
+    c.fill({"roads/north.dgn", "roads/South.dgn", "hydro/rivers.dgn"}, {});
+    highlight(c.available, {0, 1});
+    QTest::keyClicks(left, "SOUTH");  // without regard to case
+    QCOMPARE(shown(c.available), QStringList{"roads/South.dgn"});
+    QCOMPARE(highlightedOf(c.available), QStringList{"roads/South.dgn"});
+    QTest::keyClick(left, Qt::Key_Down);
+    QCOMPARE(QApplication::focusWidget(), c.available);
+
+    // Entries moved in that the right filter does not match are hidden;
+    // ">" takes what is seen highlighted, ">>" every entry, as without it.
+    QTest::keyClicks(right, "roads");
+    QTest::mouseClick(c.select, Qt::LeftButton);
+    QTest::mouseClick(c.selectAll, Qt::LeftButton);
+    QCOMPARE(adds.offered, (QStringList{"roads/South.dgn", "roads/north.dgn", "hydro/rivers.dgn"}));
+    QCOMPARE(c.control.SelectedStrings(),
+             (QStringList{"roads/South.dgn", "roads/north.dgn", "hydro/rivers.dgn"}));
+    QCOMPARE(shown(c.selected), (QStringList{"roads/South.dgn", "roads/north.dgn"}));
+    left->clear();
+    QCOMPARE(shown(c.available), c.control.AvailableStrings());
+    c.control.enabled(false);
+    QVERIFY(!left->isEnabled() && !right->isEnabled());
   }
 
   void horizontalExtentOnlyGrows() {

@@ -8,6 +8,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QListWidget>
+#include <QPushButton>
 #include <QSettings>
 #include <QTabWidget>
 #include <QTemporaryDir>
@@ -18,6 +19,7 @@
 #include "document/document_files.h"
 #include "document/document_settings.h"
 #include "document/scripted_prompter.h"
+#include "features/frmWizard.h"
 #include "linkage/frmDBLinkageOptions.h"
 #include "linkage/frmPrimaryUniqueKeys.h"
 #include "schema/recordset.h"
@@ -92,6 +94,47 @@ QString sampleSchema(const QString& templateFile, const QString& folder) {
   return path;
 }
 
+// What the wizard shows of "Streets": its exposed attributes with the line
+// geometry as primary geometry, its level and level name values, and the
+// two street maps.
+void defineStreets(const QString& path) {
+  schema::SchemaDatabase db;
+  db.open(path.toStdString());
+  schema::Recordset streets = db.openRecordset("select * from Features where Name = 'Streets'");
+  const int32_t id = std::get<int32_t>(streets.field("feaId"));
+  streets.edit();
+  streets.setField("primaryGeometry", int32_t(29));
+  streets.update();
+  for (int32_t attr : {23, 29, 3})
+    addRow(db, "FeatureAttributes", "feaId", {{"feaId", id}, {"AttrId", attr}});
+  for (int32_t attr : {1, 2})
+    addRow(db, "FeatureDefinition", "feaId", {{"feaId", id}, {"AttrId", attr}});
+  addRow(db, "LevelValues", "feaId", {{"feaId", id}, {"minVal", 10}, {"maxVal", 19}});
+  addRow(db, "LevelValues", "feaId", {{"feaId", id}, {"minVal", 30}, {"maxVal", 34}});
+  for (const char* name : {"Main road", "Lane"})
+    addRow(db, "LevelNameValues", "feaId", {{"feaId", id}, {"Value", std::string(name)}});
+  for (int32_t map : {1, 2}) addRow(db, "FeatureMaps", "feaId", {{"feaId", id}, {"mapId", map}});
+}
+
+// Every step of the wizard on "Streets", reached with Next; cancelled.
+bool wizardSteps(frmMain& window, document::Prompter& prompter, const QString& out) {
+  features::frmWizard wizard(
+      window.lifecycle().database(),
+      {window.sharedRecordset("Features"), window.sharedRecordset("Maps"),
+       window.sharedRecordset("Directories"), window.sharedRecordset("CoordinateSystemFiles"),
+       window.sharedRecordset("GraphicAttributes"), window.sharedRecordset("FeatureDefAttr")},
+      prompter, &window);
+  wizard.load("Streets", window.drawingScannerClass());
+  wizard.show();
+  bool ok = true;
+  for (int step = 0; step < features::FeatureWizard::kStepCount; ++step) {
+    if (step > 0) wizard.findChild<QPushButton*>("cmdNav3")->click();
+    ok &= save(wizard, out, QString("frmWizard-step%1").arg(step + 1));
+  }
+  wizard.reject();
+  return ok;
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -110,6 +153,7 @@ int main(int argc, char* argv[]) {
   const QString program = QCoreApplication::applicationFilePath();
   const QString templates = document::templateFolderFor(program);
   const QString schemaFile = sampleSchema(templates + "/MstnTemplate.csd", scratch.path());
+  defineStreets(schemaFile);
   // What frmIntro offers as the last saved document.
   document::DocumentSettings::setRecentFile("/srv/gis/city-utilities.csd");
 
@@ -133,6 +177,8 @@ int main(int argc, char* argv[]) {
   bool ok = true;
   // The first folder chosen, so the Files tab shows its drawings.
   window.findChild<QListWidget*>("lbDirectories")->setCurrentRow(0);
+  // A feature class chosen, so Edit and Delete show as they are used.
+  window.findChild<QListWidget*>("lbFeatCls")->setCurrentRow(0);
   auto* tabs = window.findChild<QTabWidget*>("SSTab1");
   const char* tabNames[] = {"files", "coordinate-systems", "feature-definition", "scanner-options"};
   for (int i = 0; i < tabs->count(); ++i) {
@@ -192,6 +238,7 @@ int main(int argc, char* argv[]) {
   }
   ok &= save(folders, out, "frmDir");
   folders.hide();
+  ok &= wizardSteps(window, prompter, out);
 
   // The help, as F1 opens it, on the Files tab's topic.
   const QString helpFile = QCoreApplication::applicationDirPath() + "/resdlls/0009/Vantor.HLP";
