@@ -27,6 +27,7 @@
 #include "jet/error.h"
 #include "jet/format.h"
 #include "jet/page_store.h"
+#include "jet/properties.h"
 #include "jet/row_layout.h"
 #include "jet/table_def.h"
 #include "jet/value.h"
@@ -152,10 +153,20 @@ class Database {
   // index it cannot keep, a read-only or Jet 3 file), or "" if it will.
   std::string whyNotWritable(const TableDef& t);
 
+  // The rules of each column (Required, AllowZeroLength, DefaultValue), in
+  // TableDef::columns order, from the table's properties in the catalog.
+  const std::vector<ColumnRules>& columnRules(const TableDef& t);
+  // A new row as Jet starts it: each column's literal DefaultValue, Null
+  // elsewhere (AutoNumber columns too: insertRow() numbers them).
+  std::vector<Value> defaultRow(const TableDef& t);
+
   // Row values in TableDef::columns order. AutoNumber columns left Null get
   // the next number. Returns the new row's id. Raises error 3022's JetError
-  // (kind kDuplicate) if a unique index would hold the key twice, and
-  // kInvalid if a value does not fit its column; nothing is changed then.
+  // (kind kDuplicate) if a unique index would hold the key twice; Jet's
+  // numbered errors for a Null in a Required column (3314), "" where
+  // AllowZeroLength is off (3315) and, on update, a changed AutoNumber
+  // (3164); kInvalid if a value does not fit its column. Nothing is changed
+  // then.
   RowId insertRow(const TableDef& t, std::vector<Value> values);
   void updateRow(const TableDef& t, RowId id, std::vector<Value> values);
   void deleteRow(const TableDef& t, RowId id);
@@ -204,7 +215,12 @@ class Database {
   std::unique_ptr<uint8_t[]> takeBuffer();
   void recycle(Frame& f);
   void requireWritable(const TableDef& t);
+  void checkColumnRules(const TableDef& t, const std::vector<Value>& values);
   void writeTableHeader(const TableDef& t);
+  // Writes a 32-bit value at byte `at` of a definition's joined bytes, on
+  // whichever of its pages that lies, and in the cached bytes.
+  void putTableU32(TableDef& t, size_t at, uint32_t v);
+  void countUniqueEntries(const TableDef& t, const RealIndex& ri, int64_t change);
   uint32_t dataPageWithRoom(const TableDef& t, size_t rowSize);
   std::vector<uint8_t> encodeRowFor(const TableDef& t, const std::vector<Value>& values);
   std::vector<uint8_t> writeLongValue(const TableDef& t, const ColumnDef& c, Bytes data,
@@ -245,6 +261,9 @@ class Database {
   std::map<uint32_t, uint32_t> lastDataPage_;  // table -> page the last row went to
   std::map<uint64_t, uint32_t> lvalPage_;  // (table, column) -> page long values go to
   std::map<uint32_t, std::string> writableVerdict_;  // table -> whyNotWritable()
+  std::map<uint32_t, std::vector<ColumnRules>> rules_;  // table -> columnRules()
+  // Indexes (table, number) whose unique-entry count is exact this session.
+  std::set<std::pair<uint32_t, int>> countedIndexes_;
   std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter> indexCache_;
   bool systemWrites_ = false;
   std::set<uint32_t> dirty_;
@@ -262,7 +281,7 @@ auto Database::guarded(F&& f) -> decltype(f()) {
   } catch (const JetError& e) {
     std::string msg = withFile(fileName(), e.what());
     if (msg == e.what()) throw;
-    throw JetError(e.kind(), msg);
+    throw e.withMessage(msg);
   }
 }
 

@@ -98,6 +98,8 @@ void Database::reloadTables() {
   lastDataPage_.clear();
   lvalPage_.clear();
   writableVerdict_.clear();
+  rules_.clear();
+  countedIndexes_.clear();
   indexCache_.reset();
   // Callers hold references to cached definitions: refresh them in place.
   // A table whose definition was rolled away (created inside the undone
@@ -114,8 +116,17 @@ void Database::reloadTables() {
     fresh.name = it->second->name;
     fresh.pages = std::move(pages);
     TableDef& old = *it->second;
-    if (fresh.columns == old.columns && fresh.realIndexes == old.realIndexes &&
-        fresh.indexes == old.indexes && fresh.columnMaps == old.columnMaps) {
+    // Unique-entry counts change with rows; they do not make a new definition.
+    bool sameIndexes = fresh.realIndexes.size() == old.realIndexes.size();
+    for (size_t k = 0; sameIndexes && k < fresh.realIndexes.size(); ++k) {
+      RealIndex a = fresh.realIndexes[k];
+      a.uniqueEntryCount = old.realIndexes[k].uniqueEntryCount;
+      sameIndexes = a == old.realIndexes[k];
+    }
+    if (fresh.columns == old.columns && sameIndexes && fresh.indexes == old.indexes &&
+        fresh.columnMaps == old.columnMaps) {
+      for (size_t k = 0; k < fresh.realIndexes.size(); ++k)
+        old.realIndexes[k].uniqueEntryCount = fresh.realIndexes[k].uniqueEntryCount;
       old.rowCount = fresh.rowCount;
       old.nextAutoNumber = fresh.nextAutoNumber;
       old.ownedPages = fresh.ownedPages;

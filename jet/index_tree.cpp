@@ -69,7 +69,8 @@ class Editor {
         capacity_(fmt_.pageSize - fmt_.indexEntryMaskOffset - fmt_.indexEntryMaskSize),
         nodes_(cache) {}
 
-  void insert(Entry e) {
+  // Returns whether no other entry holds the key.
+  bool insert(Entry e) {
     std::vector<std::pair<uint32_t, size_t>> path;
     uint32_t n = ri_.rootPage;
     while (true) {
@@ -84,11 +85,15 @@ class Editor {
                                 [](const Entry& a, const Entry& b) { return less(a, b); });
     size_t at = static_cast<size_t>(pos - leaf.entries.begin());
     leaf.entries.insert(pos, std::move(e));
+    const bool newKey = !sharesKeyWithNeighbour(n, at);
+    appended_ = at + 1 == leaf.entries.size() && leaf.next == 0;
     if (leaf.changed || !patchInsert(leaf, at)) leaf.changed = true;
     settle(n, path);
+    return newKey;
   }
 
-  void remove(const std::vector<uint8_t>& key, RowId row) {
+  // Returns whether the key went with the entry (no other entry holds it).
+  bool remove(const std::vector<uint8_t>& key, RowId row) {
     Entry probe{key, row, 0};
     std::vector<std::pair<uint32_t, size_t>> path;
     uint32_t n = ri_.rootPage;
@@ -106,9 +111,13 @@ class Editor {
       throwCorrupt(n, "index " + std::to_string(ri_.number) + " of table '" + t_.name +
                           "' lacks the entry of page " + std::to_string(row.page) + " row " +
                           std::to_string(row.row));
+    const bool lastOfKey =
+        !sharesKeyWithNeighbour(n, static_cast<size_t>(it - leaf.entries.begin()));
     leaf.entries.erase(it);
     leaf.changed = true;
+    appended_ = false;
     settle(n, path);
+    return lastOfKey;
   }
 
   // Whether an entry with this key exists for a row other than `except`.
@@ -154,6 +163,20 @@ class Editor {
     return out;
   }
 
+  // How many distinct keys the index holds, read from its leaves.
+  uint32_t distinctKeys() {
+    uint32_t n = ri_.rootPage, count = 0;
+    while (!load(n).leaf) n = load(n).entries.front().child;
+    const std::vector<uint8_t>* last = nullptr;
+    std::set<uint32_t> seen;
+    for (; n != 0 && seen.insert(n).second; n = load(n).next)
+      for (const Entry& e : load(n).entries) {
+        if (!last || *last != e.key) ++count;
+        last = &e.key;
+      }
+    return count;
+  }
+
   void write() {
     for (uint32_t n : touched_) {
       auto it = nodes_.find(n);
@@ -185,6 +208,25 @@ class Editor {
     if (!node.leaf && node.entries.empty())
       throwCorrupt(n, "index node page without children");
     return nodes_.emplace(n, std::move(node)).first->second;
+  }
+
+  // Whether the entry at `at` of leaf `n` has the key of the entry before or
+  // after it, looking into the neighbouring leaves at the page ends.
+  bool sharesKeyWithNeighbour(uint32_t n, size_t at) {
+    // Nodes live in a std::map, so references stay valid as others load.
+    Node& leaf = load(n);
+    const std::vector<uint8_t>& key = leaf.entries[at].key;
+    if (at > 0 && leaf.entries[at - 1].key == key) return true;
+    if (at + 1 < leaf.entries.size() && leaf.entries[at + 1].key == key) return true;
+    if (at == 0 && leaf.prev) {
+      Node& p = load(leaf.prev);
+      if (!p.entries.empty() && p.entries.back().key == key) return true;
+    }
+    if (at + 1 == leaf.entries.size() && leaf.next) {
+      Node& q = load(leaf.next);
+      if (!q.entries.empty() && q.entries.front().key == key) return true;
+    }
+    return false;
   }
 
   // The greatest entry under a page (for an empty leaf, an empty key).
@@ -234,7 +276,7 @@ class Editor {
           splitRoot(node);
           return;
         }
-        added.push_back(split(node));
+        added.push_back(split(node, appended_));
       } else if (node.entries.empty() && !path.empty()) {
         emptied = true;
       }
@@ -265,20 +307,30 @@ class Editor {
                                 std::move(added[k]));
           parent.changed = true;
         }
+        // The parent too grew at its end only if its last child split.
+        appended_ = appended_ && idx + 1 + added.size() == parent.entries.size() &&
+                    parent.next == 0;
       }
       if (!parent.changed) return;
       n = parentNo;
     }
   }
 
-  // Moves the upper half of `node` to a new page linked after it; returns
-  // the new page's entry for the parent.
-  Entry split(Node& node) {
-    size_t total = 0;
-    for (const Entry& e : node.entries) total += e.key.size();
-    size_t half = 0, k = 0;
-    while (k + 1 < node.entries.size() && half + node.entries[k].key.size() <= total / 2)
-      half += node.entries[k++].key.size();
+  // Moves the upper part of `node` to a new page linked after it; returns
+  // the new page's entry for the parent. Entries added one after another at
+  // the end of the index (`appended`: ascending keys, as AutoNumbers come)
+  // leave the page full and start the next with the last one alone, as
+  // Access fills its pages; anywhere else the page splits in halves.
+  Entry split(Node& node, bool appended) {
+    size_t k = node.entries.size() - 1;
+    if (!appended) {
+      size_t total = 0;
+      for (const Entry& e : node.entries) total += e.key.size();
+      size_t half = 0;
+      k = 0;
+      while (k + 1 < node.entries.size() && half + node.entries[k].key.size() <= total / 2)
+        half += node.entries[k++].key.size();
+    }
     k = std::max<size_t>(k, 1);
     uint32_t rn = newPage();
     Node right;
@@ -313,7 +365,7 @@ class Editor {
     left.changed = true;
     touched_.insert(ln);
     Node& l = nodes_.emplace(ln, std::move(left)).first->second;
-    Entry r = split(l);
+    Entry r = split(l, appended_);
     Node& root2 = load(ri_.rootPage);
     Entry le = greatest(ln);
     le.child = ln;
@@ -412,6 +464,9 @@ class Editor {
     } else {
       put16le(p + fmt_.indexPrefixLengthOffset, static_cast<uint16_t>(prefix));
     }
+    // Access sets the byte after the prefix length on every node page it
+    // writes (its meaning is not known); leaves keep it 0.
+    if (!node.leaf) p[fmt_.indexPrefixLengthOffset + fmt_.indexPrefixLengthSize] = 1;
     uint8_t* mask = p + fmt_.indexEntryMaskOffset;
     uint8_t* out = p + dataPos;
     uint8_t* const end = p + fmt_.pageSize;
@@ -441,6 +496,7 @@ class Editor {
   const size_t capacity_;
   std::map<uint32_t, Node>& nodes_;
   std::set<uint32_t> touched_;
+  bool appended_ = false;  // the change being settled added at the index's end
 };
 
 std::map<uint32_t, Node>& nodeCache(std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter>& c) {
@@ -453,15 +509,37 @@ std::map<uint32_t, Node>& nodeCache(std::unique_ptr<IndexNodeCache, IndexNodeCac
 void Database::indexInsert(const TableDef& t, const RealIndex& ri, std::vector<uint8_t> key,
                            RowId id) {
   Editor ed(*this, nodeCache(indexCache_), t, ri);
-  ed.insert(Entry{std::move(key), id, 0});
+  int64_t distinct = countedIndexes_.count({t.tdefPage, ri.number}) ? 0 : ed.distinctKeys();
+  if (ed.insert(Entry{std::move(key), id, 0})) ++distinct;
+  countUniqueEntries(t, ri, distinct);
   ed.write();
 }
 
 void Database::indexRemove(const TableDef& t, const RealIndex& ri,
                            const std::vector<uint8_t>& key, RowId id) {
   Editor ed(*this, nodeCache(indexCache_), t, ri);
-  ed.remove(key, id);
+  int64_t distinct = countedIndexes_.count({t.tdefPage, ri.number}) ? 0 : ed.distinctKeys();
+  if (ed.remove(key, id)) --distinct;
+  countUniqueEntries(t, ri, distinct);
   ed.write();
+}
+
+// Access lets the count go stale between compactions; the first change to
+// an index in a session counts its keys afresh (`change` is then the whole
+// count), and later ones only add or take one.
+void Database::countUniqueEntries(const TableDef& t, const RealIndex& ri, int64_t change) {
+  TableDef& mt = mutableTable(t);
+  const bool fresh = countedIndexes_.insert({t.tdefPage, ri.number}).second;
+  for (size_t k = 0; k < mt.realIndexes.size(); ++k) {
+    RealIndex& m = mt.realIndexes[k];
+    if (m.number != ri.number) continue;
+    const int64_t count = (fresh ? 0 : int64_t{m.uniqueEntryCount}) + change;
+    if (count == m.uniqueEntryCount) return;
+    m.uniqueEntryCount = static_cast<uint32_t>(std::max<int64_t>(count, 0));
+    const size_t at = static_cast<size_t>(fmt_->tdefHeaderSize) + k * fmt_->realIndexCountSize + 4;
+    putTableU32(mt, at, m.uniqueEntryCount);
+    return;
+  }
 }
 
 std::vector<RowId> Database::indexLookup(const TableDef& t, const RealIndex& ri,

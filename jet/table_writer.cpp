@@ -13,6 +13,7 @@ namespace jet {
 namespace {
 
 constexpr uint16_t kGeneralSortOrder = 1033;
+constexpr uint16_t kWindows1252 = 1252;
 constexpr char kLvalTag[4] = {'L', 'V', 'A', 'L'};
 
 bool writableType(uint8_t type) {
@@ -68,7 +69,6 @@ void requireColumnCount(const TableDef& t, const std::vector<Value>& values) {
 
 std::string Database::whyNotWritable(const TableDef& t) {
   if (!store_->writable()) return "the file is open read-only";
-  if (fmt_->version != Version::kJet4) return "Jet 3 (Access 97) files are only read, not written";
   if (header_.sortOrder != kGeneralSortOrder || header_.sortVersion != 0)
     return "the database sorts text in order " + std::to_string(header_.sortOrder) + " version " +
            std::to_string(header_.sortVersion) + ", not the General order this engine keeps";
@@ -78,7 +78,12 @@ std::string Database::whyNotWritable(const TableDef& t) {
     if (li.foreignKey())
       return "'" + t.name + "' takes part in relationship '" + li.name +
              "', whose integrity this engine does not enforce";
+  const bool otherCodePage =
+      fmt_->version == Version::kJet3 && header_.codePage != 0 && header_.codePage != kWindows1252;
   for (const ColumnDef& c : t.columns) {
+    if (otherCodePage && c.isText())
+      return "the database keeps its text in code page " + std::to_string(header_.codePage) +
+             "; this engine writes Jet 3 text in Windows-1252 only";
     if (!writableType(c.type))
       return "column '" + c.name + "' has type " + std::to_string(c.type) +
              ", which this engine cannot write";
@@ -98,6 +103,60 @@ void Database::requireWritable(const TableDef& t) {
   const std::string& why = it->second;
   if (!why.empty())
     throw JetError(JetError::Kind::kUnsupported, "cannot write to '" + t.name + "': " + why);
+}
+
+const std::vector<ColumnRules>& Database::columnRules(const TableDef& t) {
+  return guarded([&]() -> const std::vector<ColumnRules>& {
+    auto it = rules_.find(t.tdefPage);
+    if (it != rules_.end()) return it->second;
+    std::vector<PropertyGroup> groups;
+    const TableDef& sys = tableAtPage(kCatalogTdefPage, "MSysObjects");
+    if (const ColumnDef* props = sys.findColumn("LvProp")) {
+      for (const CatalogEntry& e : catalog()) {
+        if (!e.isTable() || e.tdefPage() != t.tdefPage) continue;
+        std::optional<Bytes> row = rowData(e.row);
+        if (!row) break;
+        Value blob = decodeColumn(sys, *props, *row);
+        if (const Blob* b = std::get_if<Blob>(&blob))
+          groups = parseProperties(*fmt_, *b, header_.codePage);
+        break;
+      }
+    }
+    return rules_.emplace(t.tdefPage, jet::columnRules(*fmt_, t, groups)).first->second;
+  });
+}
+
+std::vector<Value> Database::defaultRow(const TableDef& t) {
+  const std::vector<ColumnRules>& rules = columnRules(t);
+  std::vector<Value> row(t.columns.size());
+  for (size_t i = 0; i < row.size(); ++i)
+    if (rules[i].defaultValue) row[i] = *rules[i].defaultValue;
+  return row;
+}
+
+void Database::checkColumnRules(const TableDef& t, const std::vector<Value>& values) {
+  const std::vector<ColumnRules>& rules = columnRules(t);
+  for (size_t i = 0; i < t.columns.size(); ++i) {
+    const std::string field = t.name + "." + t.columns[i].name;
+    if (rules[i].required && isNull(values[i]))
+      throw ruleError(kRequiredError, kRequiredText, field);
+    const std::string* s = std::get_if<std::string>(&values[i]);
+    if (!rules[i].allowZeroLength && t.columns[i].isText() && s && s->empty())
+      throw ruleError(kZeroLengthError, kZeroLengthText, field);
+  }
+}
+
+void Database::putTableU32(TableDef& t, size_t at, uint32_t v) {
+  if (at + 4 > t.raw.size()) throwCorrupt(t.tdefPage, "definition too short to update");
+  put32le(t.raw.data() + at, v);
+  // Continuation pages repeat an 8-byte header before their share.
+  const size_t first = fmt_->pageSize, more = fmt_->pageSize - 8;
+  for (size_t i = 0; i < 4; ++i, ++at) {
+    size_t page = at < first ? 0 : 1 + (at - first) / more;
+    size_t off = at < first ? at : 8 + (at - first) % more;
+    if (page >= t.pages.size()) throwCorrupt(t.tdefPage, "definition shorter than its bytes");
+    mutablePage(t.pages[page])[off] = static_cast<uint8_t>(v >> (8 * i));
+  }
 }
 
 void Database::writeTableHeader(const TableDef& t) {
@@ -243,8 +302,7 @@ void Database::freeLongValues(const TableDef& t, Bytes row) {
 
 std::vector<uint8_t> Database::encodeRowFor(const TableDef& t, const std::vector<Value>& values) {
   std::vector<Cell> cells(t.columns.size());
-  size_t size = fmt_->rowColumnCountSize + fixedAreaEnd(t) + (t.maxColumns + 7) / 8 +
-                (t.varColumns ? 2 * (t.varColumns + 1) + 2 : 0);
+  size_t size = fmt_->rowColumnCountSize + fixedAreaEnd(t) + rowTrailerSize(*fmt_, t);
   std::vector<size_t> longValues;
   for (size_t i = 0; i < t.columns.size(); ++i) {
     const ColumnDef& c = t.columns[i];
@@ -267,7 +325,7 @@ std::vector<uint8_t> Database::encodeRowFor(const TableDef& t, const std::vector
     const ColumnDef& c = t.columns[i];
     std::vector<uint8_t> data;
     if (c.type == coltype::kMemo) {
-      data = encodeJet4Text(std::get<std::string>(values[i]), c.compressedUnicode());
+      data = encodeText(*fmt_, c, std::get<std::string>(values[i]));
     } else {
       data = std::get<Blob>(values[i]);
     }
@@ -301,6 +359,7 @@ RowId Database::insertRow(const TableDef& t, std::vector<Value> values) {
             mt.nextAutoNumber = static_cast<uint32_t>(*p);
         if (c.type == coltype::kBoolean && isNull(values[i])) values[i] = false;
       }
+      checkColumnRules(t, values);
       std::vector<std::vector<uint8_t>> keys(t.realIndexes.size());
       std::vector<bool> indexed(t.realIndexes.size(), true);
       for (size_t k = 0; k < t.realIndexes.size(); ++k) {
@@ -319,8 +378,7 @@ RowId Database::insertRow(const TableDef& t, std::vector<Value> values) {
         }
         keys[k] = encodeIndexKey(*fmt_, t, ri, values);
         if (ri.unique() && !allNull && indexContainsKey(t, ri, keys[k], RowId{0, 0}))
-          throw JetError(JetError::Kind::kDuplicate,
-                         kDuplicateKeyText);
+          throw JetError(JetError::Kind::kDuplicate, kDuplicateKeyError, kDuplicateKeyText);
       }
       std::vector<uint8_t> bytes = encodeRowFor(t, values);
       uint32_t pn = dataPageWithRoom(t, bytes.size());
@@ -395,16 +453,12 @@ void Database::updateRow(const TableDef& t, RowId id, std::vector<Value> values)
       for (size_t i = 0; i < t.columns.size(); ++i) {
         values[i] = coerceValue(*fmt_, t.columns[i], values[i]);
         if (t.columns[i].type == coltype::kBoolean && isNull(values[i])) values[i] = false;
-        // A number written over an AutoNumber moves the counter past it.
-        if (t.columns[i].isAutoNumber() && t.columns[i].type == coltype::kLong)
-          if (auto p = std::get_if<int32_t>(&values[i]); p && *p > 0) {
-            TableDef& mt = mutableTable(t);
-            if (static_cast<uint32_t>(*p) > mt.nextAutoNumber) {
-              mt.nextAutoNumber = static_cast<uint32_t>(*p);
-              writeTableHeader(mt);
-            }
-          }
+        // A row keeps its AutoNumber for life: other rows refer to it.
+        if ((t.columns[i].isAutoNumber() || t.columns[i].isAutoGuid()) &&
+            values[i] != oldValues[i])
+          throw ruleError(kNotUpdatableError, kNotUpdatableText);
       }
+      checkColumnRules(t, values);
       struct Change {
         const RealIndex* ri;
         std::vector<uint8_t> oldKey, newKey;
@@ -423,8 +477,7 @@ void Database::updateRow(const TableDef& t, RowId id, std::vector<Value> values)
                   !(ri.ignoreNulls() && oldNull), !(ri.ignoreNulls() && newNull)};
         if (ch.oldKey == ch.newKey && ch.wasIn == ch.isIn) continue;
         if (ri.unique() && ch.isIn && !newNull && indexContainsKey(t, ri, ch.newKey, id))
-          throw JetError(JetError::Kind::kDuplicate,
-                         kDuplicateKeyText);
+          throw JetError(JetError::Kind::kDuplicate, kDuplicateKeyError, kDuplicateKeyText);
         changes.push_back(std::move(ch));
       }
       freeLongValues(t, oldBytes);

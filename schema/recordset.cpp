@@ -536,7 +536,7 @@ void Recordset::addNew() {
     detail::DatabaseCore& c = core();
     const jet::TableDef& t = *sources_[0].table;
     dropPending();
-    std::vector<jet::Value> row(t.columns.size());
+    std::vector<jet::Value> row = c.db->defaultRow(t);
     for (size_t i = 0; i < t.columns.size(); ++i)
       if (t.columns[i].isAutoNumber() && t.columns[i].type == jet::coltype::kLong)
         row[i] = c.db->takeAutoNumber(t);

@@ -26,6 +26,7 @@ void DatabaseCore::changed() {
 
 EngineError DatabaseCore::translate(const jet::JetError& e, const char* source) const {
   using Kind = jet::JetError::Kind;
+  if (e.number() != 0) return EngineError::withText(e.number(), source, e.jetText());
   switch (e.kind()) {
     case Kind::kDuplicate:
       return EngineError(err::kDuplicateKey, source);

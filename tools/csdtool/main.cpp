@@ -113,15 +113,21 @@ void editSafely(const std::string& given, const std::function<void(jet::Database
     in = -1;
     ::close(out);
     out = -1;
+    bool changed = false;
     try {
       auto db = jet::Database::openFile(tmp, true);
       edit(*db);
+      changed = db->hasUnflushedChanges();
       db->flush();
     } catch (const jet::JetError& e) {
       // Speak of the user's file, not of the working copy.
       std::string msg = e.what();
       for (size_t at; (at = msg.find(tmp)) != std::string::npos;) msg.replace(at, tmp.size(), given);
-      throw jet::JetError(e.kind(), msg);
+      throw e.withMessage(msg);
+    }
+    if (!changed) {  // nothing to write: the file is not even replaced by its copy
+      cleanup();
+      return;
     }
     if (::rename(tmp.c_str(), path.c_str()) != 0) ioFail(path, "cannot replace it");
     std::string dir = std::filesystem::path(path).parent_path().string();
@@ -153,6 +159,11 @@ std::vector<std::pair<size_t, jet::Value>> assignments(const jet::TableDef& t,
 
 std::vector<jet::RowId> matchingRows(jet::Database& db, const jet::TableDef& t,
                                      const std::vector<std::pair<size_t, jet::Value>>& where) {
+  // A table the engine cannot write is refused before any row is looked
+  // at, so an edit matching nothing does not pass for one that could be made.
+  if (std::string why = db.whyNotWritable(t); !why.empty())
+    throw jet::JetError(jet::JetError::Kind::kUnsupported,
+                        db.fileName() + ": cannot write to '" + t.name + "': " + why);
   std::vector<jet::RowId> ids;
   db.scanRows(t, [&](jet::RowId id, jet::Bytes row) {
     for (const auto& [i, v] : where)
@@ -377,7 +388,7 @@ int run(const std::vector<std::string>& args) {
     if (args.size() < 4) return usageError("insert takes FILE TABLE COL=VALUE...");
     editSafely(args[1], [&](jet::Database& db) {
       const jet::TableDef& t = db.table(args[2]);
-      std::vector<jet::Value> values(t.columns.size());
+      std::vector<jet::Value> values = db.defaultRow(t);
       for (auto& [i, v] : assignments(t, {args.begin() + 3, args.end()})) values[i] = v;
       jet::RowId id = db.insertRow(t, values);
       std::vector<jet::Value> stored = db.decodeRow(t, *db.rowData(id));
