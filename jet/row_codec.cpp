@@ -86,6 +86,7 @@ Value coerceValue(const Format& fmt, const ColumnDef& c, const Value& v) {
     case coltype::kMemo: {
       const std::string* s = std::get_if<std::string>(&v);
       if (!s) badValue(c, std::string("a ") + typeName(c.type) + " needs text");
+      if (fmt.version == Version::kJet3) encodeText(fmt, c, *s);  // refuses what 1252 lacks
       if (c.type == coltype::kText) {
         size_t max = c.length / fmt.textUnitSize;
         size_t have = fmt.textUnitSize == 2 ? utf16Units(*s) : utf8ToCodePoints(*s).size();
