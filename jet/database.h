@@ -197,6 +197,10 @@ class Database {
   bool rewriteSlot(uint32_t page, unsigned row, Bytes bytes, uint16_t flags);
   // Appends a slot to a data page; returns its number, or -1 if it lacks room.
   int appendSlot(uint32_t page, Bytes bytes, uint16_t flags);
+  // Puts a row on a data page, in the first deleted slot if there is one
+  // (rows of deleted slots are dead: nothing refers to them), else in a new
+  // slot; returns its number, or -1 if the page lacks the room.
+  int placeRow(uint32_t page, Bytes bytes, uint16_t flags);
   TableDef& mutableTable(const TableDef& t);
   // The catalog and its system tables are written only while creating
   // databases and tables.
@@ -211,6 +215,17 @@ class Database {
   };
   void reloadTables();
   void markGlobal(uint32_t page, bool isFree);
+  // Rewrites a data page with row `row` (none if -1) replaced, deleted rows'
+  // bytes given back and the rest packed from the page end.
+  bool repack(uint32_t page, int row, Bytes bytes, uint16_t flags);
+  // What a data page can take: bytes for one more row (its offset counted)
+  // and the first deleted slot, if any; `empty` when no slot is live.
+  struct PageRoom {
+    size_t bytes = 0;
+    int deadSlot = -1;
+    bool empty = true;
+  };
+  PageRoom roomOn(uint32_t page);
   std::string globalMapProblem();
   std::unique_ptr<uint8_t[]> takeBuffer();
   void recycle(Frame& f);
@@ -221,7 +236,13 @@ class Database {
   // whichever of its pages that lies, and in the cached bytes.
   void putTableU32(TableDef& t, size_t at, uint32_t v);
   void countUniqueEntries(const TableDef& t, const RealIndex& ri, int64_t change);
-  uint32_t dataPageWithRoom(const TableDef& t, size_t rowSize);
+  uint32_t newDataPage(uint32_t owner);
+  // A data page of the table where a row of `rowSize` bytes fits, other
+  // than `avoid`; a new one if none.
+  uint32_t dataPageWithRoom(const TableDef& t, size_t rowSize, uint32_t avoid = 0);
+  // After rows left a data page: a page left with none goes back to the file
+  // (and out of the maps, 0 for none), any other joins the free-space map.
+  void rowsLeft(uint32_t page, uint32_t ownedMap, uint32_t freeSpaceMap);
   std::vector<uint8_t> encodeRowFor(const TableDef& t, const std::vector<Value>& values);
   std::vector<uint8_t> writeLongValue(const TableDef& t, const ColumnDef& c, Bytes data,
                                       size_t roomInRow);
@@ -260,6 +281,8 @@ class Database {
   std::vector<std::unique_ptr<uint8_t[]>> spare_;  // page buffers for undo images
   std::map<uint32_t, uint32_t> lastDataPage_;  // table -> page the last row went to
   std::map<uint64_t, uint32_t> lvalPage_;  // (table, column) -> page long values go to
+  std::optional<std::set<uint32_t>> freePages_;  // free in the global map; see freePages()
+  std::set<uint32_t>& freePages();
   std::map<uint32_t, std::string> writableVerdict_;  // table -> whyNotWritable()
   std::map<uint32_t, std::vector<ColumnRules>> rules_;  // table -> columnRules()
   // Indexes (table, number) whose unique-entry count is exact this session.

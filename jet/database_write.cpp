@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <set>
 
 #include "jet/database.h"
 #include "jet/error.h"
@@ -97,6 +98,7 @@ void Database::reloadTables() {
   catalog_.reset();
   lastDataPage_.clear();
   lvalPage_.clear();
+  freePages_.reset();
   writableVerdict_.clear();
   rules_.clear();
   countedIndexes_.clear();
@@ -187,7 +189,24 @@ TableDef& Database::mutableTable(const TableDef& t) {
   return *it->second;
 }
 
+std::set<uint32_t>& Database::freePages() {
+  if (!freePages_) {
+    // The global map's set bits are the free pages; 0 and 1 never are.
+    std::vector<uint32_t> pages = usageMapPages(RowId{kGlobalMapPage, kGlobalMapRow}.pack());
+    freePages_.emplace(std::lower_bound(pages.begin(), pages.end(), 2u), pages.end());
+  }
+  return *freePages_;
+}
+
 uint32_t Database::allocatePage() {
+  // A page given back earlier goes out again before the file grows.
+  if (std::set<uint32_t>& pool = freePages(); !pool.empty()) {
+    uint32_t n = *pool.begin();
+    pool.erase(pool.begin());
+    std::memset(mutablePage(n), 0, fmt_->pageSize);
+    markGlobal(n, false);
+    return n;
+  }
   if (pageCount_ >= 0x00FFFFFE)
     throw JetError(JetError::Kind::kInvalid, "the database has reached its largest size");
   uint32_t n = pageCount_;
@@ -205,6 +224,11 @@ uint32_t Database::allocatePage() {
 void Database::freePage(uint32_t n) {
   std::memset(mutablePage(n), 0, fmt_->pageSize);
   markGlobal(n, true);
+  freePages().insert(n);
+  for (auto it = lastDataPage_.begin(); it != lastDataPage_.end();)
+    it = it->second == n ? lastDataPage_.erase(it) : std::next(it);
+  for (auto it = lvalPage_.begin(); it != lvalPage_.end();)
+    it = it->second == n ? lvalPage_.erase(it) : std::next(it);
 }
 
 std::string Database::globalMapProblem() {
@@ -374,7 +398,17 @@ void Database::removeFromUsageMap(uint32_t packed, uint32_t pageNo) {
   throwCorrupt(at.page, "unknown usage map type");
 }
 
+namespace {
+// A slot Jet and this writer flag deleted (0x8000 alone marks the body of a
+// moved row, which lives on).
+bool dead(uint16_t raw) { return (raw & (kRowDeleted | kRowOverflow)) == (kRowDeleted | kRowOverflow); }
+}  // namespace
+
 bool Database::rewriteSlot(uint32_t pageNo, unsigned row, Bytes bytes, uint16_t flags) {
+  return repack(pageNo, static_cast<int>(row), bytes, flags);
+}
+
+bool Database::repack(uint32_t pageNo, int row, Bytes bytes, uint16_t flags) {
   Bytes pg = page(pageNo);
   unsigned count = u16le(&pg[fmt_->dataRowCountOffset]);
   std::vector<std::vector<uint8_t>> rows(count);
@@ -383,10 +417,10 @@ bool Database::rewriteSlot(uint32_t pageNo, unsigned row, Bytes bytes, uint16_t 
   for (unsigned r = 0; r < count; ++r) {
     Slot s = slot(pg, pageNo, r);
     rowFlags[r] = s.raw & ~kRowOffsetMask;
-    if (r == row) {
+    if (static_cast<int>(r) == row) {
       rows[r].assign(bytes.begin(), bytes.end());
       rowFlags[r] = flags;
-    } else {
+    } else if (!dead(s.raw)) {  // a deleted row's bytes are given back
       rows[r].assign(pg.begin() + s.start, pg.begin() + s.end);
     }
     used += rows[r].size();
@@ -404,6 +438,42 @@ bool Database::rewriteSlot(uint32_t pageNo, unsigned row, Bytes bytes, uint16_t 
   std::memset(p + header, 0, end - header);
   put16le(p + fmt_->dataFreeSpaceOffset, static_cast<uint16_t>(end - header));
   return true;
+}
+
+Database::PageRoom Database::roomOn(uint32_t pageNo) {
+  Bytes pg = page(pageNo);
+  unsigned count = u16le(&pg[fmt_->dataRowCountOffset]);
+  PageRoom room;
+  size_t live = 0;
+  for (unsigned r = 0; r < count; ++r) {
+    Slot s = slot(pg, pageNo, r);
+    if (dead(s.raw)) {
+      if (room.deadSlot < 0) room.deadSlot = static_cast<int>(r);
+    } else {
+      live += s.end - s.start;
+      room.empty = false;
+    }
+  }
+  room.bytes = fmt_->pageSize - fmt_->dataRowTableOffset - 2 * count - live;
+  if (room.deadSlot < 0) {
+    // A new slot costs its 2 bytes of offset, and a page holds 255 rows.
+    room.bytes = count >= static_cast<unsigned>(fmt_->maxRowsPerPage) || room.bytes < 2
+                     ? 0
+                     : room.bytes - 2;
+  }
+  return room;
+}
+
+int Database::placeRow(uint32_t pageNo, Bytes bytes, uint16_t flags) {
+  PageRoom room = roomOn(pageNo);
+  if (bytes.size() > room.bytes) return -1;
+  if (room.deadSlot >= 0)
+    return rewriteSlot(pageNo, static_cast<unsigned>(room.deadSlot), bytes, flags) ? room.deadSlot
+                                                                                   : -1;
+  // Deleted rows may still hold bytes the stored free space does not count.
+  if (bytes.size() + 2 > u16le(&page(pageNo)[fmt_->dataFreeSpaceOffset]))
+    repack(pageNo, -1, {}, 0);
+  return appendSlot(pageNo, bytes, flags);
 }
 
 int Database::appendSlot(uint32_t pageNo, Bytes bytes, uint16_t flags) {

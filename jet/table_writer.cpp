@@ -177,40 +177,45 @@ int32_t Database::takeAutoNumber(const TableDef& t) {
   });
 }
 
-uint32_t Database::dataPageWithRoom(const TableDef& t, size_t rowSize) {
-  auto fits = [&](uint32_t n) {
-    Bytes pg = page(n);
-    if (pg[0] != page::kData || u32le(&pg[fmt_->dataTdefOffset]) != t.tdefPage) return false;
-    return u16le(&pg[fmt_->dataRowCountOffset]) < fmt_->maxRowsPerPage &&
-           u16le(&pg[fmt_->dataFreeSpaceOffset]) >= rowSize + 2;
-  };
-  auto cached = lastDataPage_.find(t.tdefPage);
-  uint32_t candidate = 0;
-  if (cached != lastDataPage_.end()) {
-    candidate = cached->second;
-  } else {
-    // The last owned page that still has free space, as Jet fills tables.
-    std::vector<uint32_t> owned = usageMapPages(t.ownedPages);
-    std::vector<uint32_t> withSpace = usageMapPages(t.freeSpacePages);
-    for (auto it = owned.rbegin(); it != owned.rend(); ++it) {
-      if (std::binary_search(withSpace.begin(), withSpace.end(), *it) &&
-          page(*it)[0] == page::kData) {
-        candidate = *it;
-        break;
-      }
-    }
-  }
-  if (candidate && fits(candidate)) return lastDataPage_[t.tdefPage] = candidate;
-  if (candidate) removeFromUsageMap(t.freeSpacePages, candidate);
+uint32_t Database::newDataPage(uint32_t owner) {
   uint32_t n = allocatePage();
   uint8_t* p = mutablePage(n);
   p[0] = page::kData;
   p[1] = 0x01;
-  put16le(p + fmt_->dataFreeSpaceOffset, static_cast<uint16_t>(fmt_->pageSize - fmt_->dataRowTableOffset));
-  put32le(p + fmt_->dataTdefOffset, t.tdefPage);
+  put16le(p + fmt_->dataFreeSpaceOffset,
+          static_cast<uint16_t>(fmt_->pageSize - fmt_->dataRowTableOffset));
+  put32le(p + fmt_->dataTdefOffset, owner);
+  return n;
+}
+
+uint32_t Database::dataPageWithRoom(const TableDef& t, size_t rowSize, uint32_t avoid) {
+  auto fits = [&](uint32_t n) {
+    Bytes pg = page(n);
+    return n != avoid && pg[0] == page::kData && u32le(&pg[fmt_->dataTdefOffset]) == t.tdefPage &&
+           roomOn(n).bytes >= rowSize;
+  };
+  auto cached = lastDataPage_.find(t.tdefPage);
+  if (cached != lastDataPage_.end() && fits(cached->second)) return cached->second;
+  // The pages the table lists as having room, lowest first; one that has
+  // not leaves the list, as Jet keeps it.
+  for (uint32_t n : usageMapPages(t.freeSpacePages)) {
+    if (fits(n)) return lastDataPage_[t.tdefPage] = n;
+    if (n != avoid) removeFromUsageMap(t.freeSpacePages, n);
+  }
+  uint32_t n = newDataPage(t.tdefPage);
   addToUsageMap(t.ownedPages, n);
   addToUsageMap(t.freeSpacePages, n);
   return lastDataPage_[t.tdefPage] = n;
+}
+
+void Database::rowsLeft(uint32_t pageNo, uint32_t ownedMap, uint32_t freeSpaceMap) {
+  if (roomOn(pageNo).empty) {
+    removeFromUsageMap(ownedMap, pageNo);
+    removeFromUsageMap(freeSpaceMap, pageNo);
+    freePage(pageNo);
+  } else {
+    addToUsageMap(freeSpaceMap, pageNo);
+  }
 }
 
 std::vector<uint8_t> Database::writeLongValue(const TableDef& t, const ColumnDef& c, Bytes data,
@@ -228,30 +233,39 @@ std::vector<uint8_t> Database::writeLongValue(const TableDef& t, const ColumnDef
   const ColumnUsageMaps* maps = nullptr;
   for (const ColumnUsageMaps& m : t.columnMaps)
     if (m.columnNumber == c.number) maps = &m;
-  // Appends one LVAL row somewhere with room and returns where it went.
+  // Puts one LVAL row on the column's page in use, else on a page its
+  // free-space map lists (one left by an earlier edit, say), else on a new
+  // page, and returns where it went.
   auto place = [&](Bytes bytes) -> RowId {
     const uint64_t key = (static_cast<uint64_t>(t.tdefPage) << 16) | c.number;
+    auto onPage = [&](uint32_t n) -> std::optional<RowId> {
+      Bytes pg = page(n);
+      if (pg[0] != page::kData || std::memcmp(&pg[fmt_->dataTdefOffset], kLvalTag, 4) != 0)
+        return std::nullopt;
+      int r = placeRow(n, bytes, 0);
+      if (r < 0) return std::nullopt;
+      lvalPage_[key] = n;
+      return RowId{n, static_cast<uint8_t>(r)};
+    };
     auto it = lvalPage_.find(key);
     if (it != lvalPage_.end()) {
-      int r = appendSlot(it->second, bytes, 0);
-      if (r >= 0) return RowId{it->second, static_cast<uint8_t>(r)};
+      if (auto at = onPage(it->second)) return *at;
       if (maps) removeFromUsageMap(maps->freeSpacePages, it->second);
     }
-    uint32_t n = allocatePage();
-    uint8_t* p = mutablePage(n);
-    p[0] = page::kData;
-    p[1] = 0x01;
-    put16le(p + fmt_->dataFreeSpaceOffset,
-            static_cast<uint16_t>(fmt_->pageSize - fmt_->dataRowTableOffset));
-    std::memcpy(p + fmt_->dataTdefOffset, kLvalTag, 4);
+    if (maps) {
+      for (uint32_t n : usageMapPages(maps->freeSpacePages)) {
+        if (auto at = onPage(n)) return *at;
+        removeFromUsageMap(maps->freeSpacePages, n);
+      }
+    }
+    uint32_t n = newDataPage(0);
+    std::memcpy(mutablePage(n) + fmt_->dataTdefOffset, kLvalTag, 4);
     if (maps) {
       addToUsageMap(maps->ownedPages, n);
       addToUsageMap(maps->freeSpacePages, n);
     }
-    lvalPage_[key] = n;
-    int r = appendSlot(n, bytes, 0);
-    if (r < 0) throw JetError(JetError::Kind::kInvalid, "long value row does not fit a page");
-    return RowId{n, static_cast<uint8_t>(r)};
+    if (auto at = onPage(n)) return *at;
+    throw JetError(JetError::Kind::kInvalid, "long value row does not fit a page");
   };
   const size_t maxRow = static_cast<size_t>(fmt_->maxLongValueRowSize);
   if (len <= maxRow) {
@@ -287,14 +301,16 @@ void Database::freeLongValues(const TableDef& t, Bytes row) {
     if (word & kLvalInline) continue;
     RowId at = RowId::unpack(u32le(h.data() + 4));
     bool chained = !(word & kLvalSinglePage);
+    const ColumnUsageMaps* maps = nullptr;
+    for (const ColumnUsageMaps& m : t.columnMaps)
+      if (m.columnNumber == c.number) maps = &m;
     std::set<uint32_t> seen;
     while (at.page != 0 && seen.insert(at.pack()).second) {
       Bytes pg = page(at.page);
       Slot s = slot(pg, at.page, at.row);
       RowId next = chained && s.end - s.start >= 4 ? RowId::unpack(u32le(&pg[s.start])) : RowId{};
-      uint8_t* p = mutablePage(at.page);
-      put16le(p + fmt_->dataRowTableOffset + 2 * at.row,
-              static_cast<uint16_t>(s.start | kRowDeleted | kRowOverflow));
+      rewriteSlot(at.page, at.row, {}, kRowDeleted | kRowOverflow);
+      rowsLeft(at.page, maps ? maps->ownedPages : 0, maps ? maps->freeSpacePages : 0);
       at = next;
     }
   }
@@ -382,7 +398,7 @@ RowId Database::insertRow(const TableDef& t, std::vector<Value> values) {
       }
       std::vector<uint8_t> bytes = encodeRowFor(t, values);
       uint32_t pn = dataPageWithRoom(t, bytes.size());
-      int r = appendSlot(pn, bytes, 0);
+      int r = placeRow(pn, bytes, 0);
       if (r < 0) throw JetError(JetError::Kind::kInvalid, "row does not fit an empty page");
       RowId id{pn, static_cast<uint8_t>(r)};
       for (size_t k = 0; k < t.realIndexes.size(); ++k)
@@ -415,17 +431,17 @@ void Database::deleteRow(const TableDef& t, RowId id) {
       }
       freeLongValues(t, *row);
       // Flag the slot, and a moved row's body too, so that no reader that
-      // walks pages in order mistakes the body for a live row.
+      // walks pages in order mistakes the body for a live row; their bytes
+      // go back to the page, and a page left without rows to the file.
       Bytes pg = page(id.page);
       Slot s = slot(pg, id.page, id.row);
       if (s.raw & kRowOverflow) {
         RowId body{u24le(&pg[s.start + 1]), pg[s.start]};
-        Slot b = slot(page(body.page), body.page, body.row);
-        put16le(mutablePage(body.page) + fmt_->dataRowTableOffset + 2 * body.row,
-                static_cast<uint16_t>(b.start | kRowDeleted | kRowOverflow));
+        rewriteSlot(body.page, body.row, {}, kRowDeleted | kRowOverflow);
+        if (body.page != id.page) rowsLeft(body.page, t.ownedPages, t.freeSpacePages);
       }
-      put16le(mutablePage(id.page) + fmt_->dataRowTableOffset + 2 * id.row,
-              static_cast<uint16_t>(s.start | kRowDeleted | kRowOverflow));
+      rewriteSlot(id.page, id.row, {}, kRowDeleted | kRowOverflow);
+      rowsLeft(id.page, t.ownedPages, t.freeSpacePages);
       TableDef& mt = mutableTable(t);
       if (mt.rowCount > 0) --mt.rowCount;
       writeTableHeader(mt);
@@ -491,13 +507,12 @@ void Database::updateRow(const TableDef& t, RowId id, std::vector<Value> values)
       uint16_t bodyFlags = body == id ? 0 : kRowDeleted;
       if (!rewriteSlot(body.page, body.row, bytes, bodyFlags)) {
         // No room where it is: store the body elsewhere and point to it.
-        uint32_t pn = dataPageWithRoom(t, bytes.size());
-        if (pn == body.page) pn = dataPageWithRoom(t, fmt_->pageSize);  // forces a new page
-        int r = appendSlot(pn, bytes, kRowDeleted);
+        uint32_t pn = dataPageWithRoom(t, bytes.size(), body.page);
+        int r = placeRow(pn, bytes, kRowDeleted);
         if (r < 0) throw JetError(JetError::Kind::kInvalid, "row does not fit an empty page");
         if (body != id) {
-          std::vector<uint8_t> none;
-          rewriteSlot(body.page, body.row, none, kRowDeleted | kRowOverflow);
+          rewriteSlot(body.page, body.row, {}, kRowDeleted | kRowOverflow);
+          if (body.page != id.page) rowsLeft(body.page, t.ownedPages, t.freeSpacePages);
         }
         uint8_t ptr[4];
         ptr[0] = static_cast<uint8_t>(r);
