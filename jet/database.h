@@ -215,6 +215,12 @@ class Database {
   };
   void reloadTables();
   void markGlobal(uint32_t page, bool isFree);
+  // A type-5 page at the end of the file for stretch `stretch` of the
+  // global reference map: pages before the file's end in use, the rest free.
+  void appendMapPage(uint64_t stretch);
+  // Turns an inline global map that page 1 cannot hold any longer into a
+  // reference map, keeping which pages are free.
+  void globalMapToReferences();
   // Rewrites a data page with row `row` (none if -1) replaced, deleted rows'
   // bytes given back and the rest packed from the page end.
   bool repack(uint32_t page, int row, Bytes bytes, uint16_t flags);

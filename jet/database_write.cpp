@@ -14,6 +14,8 @@ namespace {
 
 constexpr uint32_t kGlobalMapPage = 1;
 constexpr unsigned kGlobalMapRow = 0;
+// Jet stops a database at 2 GB (Jet 4) or 1 GB (Jet 3): 524288 pages either way.
+constexpr uint32_t kMaxPages = 524288;
 
 void setBit(uint8_t* bits, uint64_t i, bool on) {
   if (on) {
@@ -207,8 +209,10 @@ uint32_t Database::allocatePage() {
     markGlobal(n, false);
     return n;
   }
-  if (pageCount_ >= 0x00FFFFFE)
-    throw JetError(JetError::Kind::kInvalid, "the database has reached its largest size");
+  if (pageCount_ >= kMaxPages)
+    throw JetError(JetError::Kind::kInvalid,
+                   std::string("the database has reached the largest size Jet allows (") +
+                       (fmt_->version == Version::kJet4 ? "2" : "1") + " GB)");
   uint32_t n = pageCount_;
   // Inside a savepoint, the frame's page count marks the page as new.
   uint8_t* fresh = newPageBuffer();
@@ -245,6 +249,39 @@ std::string Database::globalMapProblem() {
   return "";
 }
 
+void Database::appendMapPage(uint64_t stretch) {
+  const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
+  uint32_t mp = pageCount_;
+  pages_.push_back(newPageBuffer());
+  ++pageCount_;
+  dirty_.insert(mp);
+  uint8_t* m = mutablePage(mp);
+  std::memset(m, 0, fmt_->pageSize);
+  m[0] = page::kUsageMap;
+  m[1] = 0x01;
+  for (uint64_t b = 0; b < perPage; ++b)
+    if (stretch * perPage + b >= pageCount_) setBit(m + kUsageMapPageHeader, b, true);
+  Bytes pg1 = page(kGlobalMapPage);
+  Slot s = slot(pg1, kGlobalMapPage, kGlobalMapRow);
+  put32le(mutablePage(kGlobalMapPage) + s.start + 1 + 4 * stretch, mp);
+}
+
+void Database::globalMapToReferences() {
+  // The same shape as the map Access writes once a file outgrows page 1:
+  // as many slots as it takes to reach the largest file.
+  const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
+  const size_t slots = static_cast<size_t>((kMaxPages + perPage - 1) / perPage);
+  std::vector<uint32_t> wasFree = usageMapPages(RowId{kGlobalMapPage, kGlobalMapRow}.pack());
+  std::vector<uint8_t> row(1 + 4 * slots, 0);
+  row[0] = kUsageMapReference;
+  if (!rewriteSlot(kGlobalMapPage, kGlobalMapRow, row, 0))
+    throw JetError(JetError::Kind::kUnsupported, "page 1 has no room for a global page map");
+  // Every stretch up to the end gets its page (each new one lengthens the
+  // file); then the pages that were free are free again.
+  for (uint64_t i = 0; i * perPage < pageCount_; ++i) appendMapPage(i);
+  for (uint32_t p : wasFree) markGlobal(p, true);
+}
+
 void Database::markGlobal(uint32_t n, bool isFree) {
   // The global map marks free pages; pages past its range count as free.
   Bytes pg1 = page(kGlobalMapPage);
@@ -263,17 +300,8 @@ void Database::markGlobal(uint32_t n, bool isFree) {
       if (isFree) return;
       // No map page covers this stretch yet: add one at the end of the file
       // that counts every page up to it as in use and the rest as free.
-      mp = pageCount_;
-      pages_.push_back(newPageBuffer());
-      ++pageCount_;
-      dirty_.insert(mp);
-      uint8_t* m = mutablePage(mp);
-      std::memset(m, 0, fmt_->pageSize);
-      m[0] = page::kUsageMap;
-      m[1] = 0x01;
-      for (uint64_t b = 0; b < perPage; ++b)
-        if (i * perPage + b >= pageCount_) setBit(m + kUsageMapPageHeader, b, true);
-      put32le(mutablePage(kGlobalMapPage) + s.start + 1 + 4 * i, mp);
+      appendMapPage(i);
+      mp = u32le(&page(kGlobalMapPage)[s.start + 1 + 4 * i]);
     } else if (page(mp)[0] != page::kUsageMap) {
       throwCorrupt(mp, "expected a usage map page, found page type " + std::to_string(page(mp)[0]));
     }
@@ -295,9 +323,11 @@ void Database::markGlobal(uint32_t n, bool isFree) {
     uint64_t need = (n - start) / 8 + 1 + 64;
     std::vector<uint8_t> grown(5 + need, 0xFF);
     std::memcpy(grown.data(), map.data(), map.size());
-    if (!rewriteSlot(kGlobalMapPage, kGlobalMapRow, grown, 0))
-      throw JetError(JetError::Kind::kUnsupported,
-                     "the database has outgrown the global page map this engine keeps");
+    if (!rewriteSlot(kGlobalMapPage, kGlobalMapRow, grown, 0)) {
+      // Page 1 is full: the map becomes references to map pages.
+      globalMapToReferences();
+      return markGlobal(n, isFree);
+    }
   }
   uint8_t* p1 = mutablePage(kGlobalMapPage);
   Slot s2 = slot({p1, fmt_->pageSize}, kGlobalMapPage, kGlobalMapRow);

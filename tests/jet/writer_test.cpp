@@ -1218,31 +1218,58 @@ TEST(WriterRoundTrip, ATableOutgrowingItsUsageMapsStaysReadable) {
   // delTestV2000.mdb's Table (a, b Text(50)) keeps its page maps inline,
   // room for 512 pages; the file's global map has as much. Growing the table
   // past that turns its owned-pages map into references to map pages and
-  // makes the global map grow; mdbtools finds a table's rows through that
-  // very map.
+  // makes the global map grow, here until page 1 (made nearly full first, as
+  // 32,000 pages would make it) cannot hold it and it too becomes a
+  // reference map; mdbtools finds a table's rows through that very map.
   auto db = openCopy("delTestV2000.mdb");
   const TableDef& t = db->table("Table");
   std::vector<std::string> csv, json;
   for (const Row& r : db->readAll(t)) csv.push_back(csvLine(t, r)), json.push_back(jsonLine(t, r));
-  auto ownedMapKind = [&] {
-    RowId at = RowId::unpack(t.ownedPages);
+  auto mapKind = [&](uint32_t packed) {
+    RowId at = RowId::unpack(packed);
     Bytes pg = db->page(at.page);
     return pg[u16le(&pg[db->format().dataRowTableOffset + 2 * at.row]) & kRowOffsetMask];
   };
-  ASSERT_EQ(ownedMapKind(), kUsageMapInline);
-  std::vector<RowId> ids;
-  for (int i = 0; ownedMapKind() == kUsageMapInline || i % 1000 != 0; ++i) {
-    ASSERT_LT(i, 100000);
-    Row r{"row " + std::to_string(i) + filler(20, i), filler(static_cast<size_t>(i % 50), 7 * i)};
-    ids.push_back(db->insertRow(t, r));
-    if (i % 3 == 0) {
-      db->deleteRow(t, ids.back());
-    } else {
-      csv.push_back(csvLine(t, r));
-      json.push_back(jsonLine(t, r));
-    }
+  auto ownedMapKind = [&] { return mapKind(t.ownedPages); };
+  const uint32_t globalMap = RowId{1, 0}.pack();
+  {
+    // Page 1's second row takes all but 150 bytes of the room left.
+    const Format& f = db->format();
+    Bytes pg1 = db->page(1);
+    const size_t row0 = f.pageSize - (u16le(&pg1[f.dataRowTableOffset]) & kRowOffsetMask);
+    ASSERT_TRUE(db->rewriteSlot(1, 1, std::vector<uint8_t>(f.pageSize - f.dataRowTableOffset - 4 - row0 - 150, 0), 0));
   }
-  EXPECT_GT(db->pageCount(), 512u);  // past the global map's first reach too
+  ASSERT_EQ(ownedMapKind(), kUsageMapInline);
+  ASSERT_EQ(mapKind(globalMap), kUsageMapInline);
+  std::map<RowId, Row> kept;
+  auto add = [&](int i) {
+    Row r{"row " + std::to_string(i) + filler(20, i), filler(static_cast<size_t>(i % 50), 7 * i)};
+    RowId id = db->insertRow(t, r);
+    if (i % 3 == 0) {
+      db->deleteRow(t, id);
+    } else {
+      kept[id] = r;
+    }
+  };
+  int i = 0;
+  for (; ownedMapKind() == kUsageMapInline || mapKind(globalMap) == kUsageMapInline || i % 1000;
+       ++i) {
+    ASSERT_LT(i, 100000);
+    add(i);
+  }
+  // The rows of a hundred pages go: the pages are free in the reference map,
+  // and as many rows again take them (and the index pages they split need).
+  const uint32_t firstPage = kept.begin()->first.page;
+  const size_t before = kept.size();
+  for (auto it = kept.begin(); it != kept.end() && it->first.page < firstPage + 100;)
+    db->deleteRow(t, it->first), it = kept.erase(it);
+  std::vector<uint32_t> freed;
+  for (uint32_t p = firstPage; p < firstPage + 100; ++p)
+    if (db->pageIsFree(p)) freed.push_back(p);
+  EXPECT_GT(freed.size(), 80u);
+  while (kept.size() < before) add(i++);
+  for (uint32_t p : freed) EXPECT_FALSE(db->pageIsFree(p)) << p;
+  for (const auto& [id, r] : kept) csv.push_back(csvLine(t, r)), json.push_back(jsonLine(t, r));
   const std::vector<uint8_t> bytes = flushed(*db);
   auto back = jettest::openBytes(bytes, "delTestV2000.mdb");
   std::vector<std::string> faults = checkDatabase(*back);
