@@ -258,6 +258,9 @@ class Database {
                    RowId id);
   bool indexContainsKey(const TableDef& t, const RealIndex& ri, const std::vector<uint8_t>& key,
                         RowId except);
+  // Fills an empty index with entries in key order, pages full.
+  void indexFill(const TableDef& t, const RealIndex& ri, std::vector<IndexEntry> sorted);
+  friend class Compactor;
   explicit Database(std::unique_ptr<PageStore> store);
   void readHeader();
   std::vector<uint8_t> loadTableDefBytes(uint32_t page, std::vector<uint32_t>& pages);

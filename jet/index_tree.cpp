@@ -177,6 +177,51 @@ class Editor {
     return count;
   }
 
+  // Fills an index whose root is an empty leaf with entries already in
+  // order, level by level, every page as full as it goes.
+  void fill(std::vector<Entry> level) {
+    for (bool leaf = true;; leaf = false) {
+      // Bytes of entries [b, e) on one page: a node keeps its last child in
+      // the tail pointer, and the first and last stored keys set the prefix.
+      std::vector<size_t> sum(level.size() + 1, 0);
+      const size_t ptr = leaf ? 4 : 8;
+      for (size_t i = 0; i < level.size(); ++i) sum[i + 1] = sum[i] + level[i].key.size() + ptr;
+      auto bytes = [&](size_t b, size_t e) {
+        const size_t stored = leaf || e - b <= 1 ? e - b : e - b - 1;
+        const size_t prefix =
+            stored > 1 ? commonPrefix(level[b].key, level[b + stored - 1].key) : 0;
+        return sum[b + stored] - sum[b] - prefix * (stored ? stored - 1 : 0);
+      };
+      if (level.empty() || bytes(0, level.size()) <= capacity_) {
+        Node& root = load(ri_.rootPage);
+        root.leaf = leaf;
+        root.prev = root.next = 0;
+        root.entries = std::move(level);
+        root.changed = true;
+        return;
+      }
+      std::vector<Entry> up;
+      Node* before = nullptr;
+      for (size_t b = 0, e; b < level.size(); b = e) {
+        for (e = b + 1; e < level.size() && bytes(b, e + 1) <= capacity_;) ++e;
+        Node node;
+        node.number = newPage();
+        node.leaf = leaf;
+        node.changed = true;
+        node.entries.assign(std::make_move_iterator(level.begin() + static_cast<long>(b)),
+                            std::make_move_iterator(level.begin() + static_cast<long>(e)));
+        if (before) {
+          node.prev = before->number;
+          before->next = node.number;
+        }
+        touched_.insert(node.number);
+        up.push_back({node.entries.back().key, node.entries.back().row, node.number});
+        before = &nodes_.emplace(node.number, std::move(node)).first->second;
+      }
+      level = std::move(up);
+    }
+  }
+
   void write() {
     for (uint32_t n : touched_) {
       auto it = nodes_.find(n);
@@ -520,6 +565,21 @@ void Database::indexRemove(const TableDef& t, const RealIndex& ri,
   Editor ed(*this, nodeCache(indexCache_), t, ri);
   int64_t distinct = countedIndexes_.count({t.tdefPage, ri.number}) ? 0 : ed.distinctKeys();
   if (ed.remove(key, id)) --distinct;
+  countUniqueEntries(t, ri, distinct);
+  ed.write();
+}
+
+void Database::indexFill(const TableDef& t, const RealIndex& ri, std::vector<IndexEntry> sorted) {
+  Editor ed(*this, nodeCache(indexCache_), t, ri);
+  std::vector<Entry> entries;
+  entries.reserve(sorted.size());
+  uint32_t distinct = 0;
+  for (IndexEntry& e : sorted) {
+    distinct += entries.empty() || entries.back().key != e.key;
+    entries.push_back({std::move(e.key), e.row, 0});
+  }
+  ed.fill(std::move(entries));
+  countedIndexes_.erase({t.tdefPage, ri.number});
   countUniqueEntries(t, ri, distinct);
   ed.write();
 }

@@ -45,11 +45,15 @@ expect_err() {  # expect_err NAME SUBSTRING...: one line holding each, about the
   done
   [[ $ERR != *".csdtool-"* ]] || fail "$name: stderr names the working copy: $ERR"
 }
+sorted() {  # the header, then the rows in byte order (storage order is the engine's business)
+  printf '%s\n' "$1" | sed -n 1p
+  printf '%s\n' "$1" | tail -n +2 | LC_ALL=C sort
+}
 remember() { SUM=$(sha256sum <"$1"); }
 expect_unchanged() {  # expect_unchanged NAME FILE
   checks=$((checks + 1))
   [[ $(sha256sum <"$2") == "$SUM" ]] || fail "$1: $2 changed"
-  if ls "$(dirname "$2")" | grep -q 'csdtool-'; then fail "$1: a working copy was left behind"; fi
+  if ls "$(dirname "$2")" | grep -qE 'csdtool-|compact-'; then fail "$1: a working copy was left behind"; fi
 }
 
 # AutoNumber keys: printed, one after the other.
@@ -130,6 +134,33 @@ run export-through-link 0 "$tool" export "$real" Table3
 checks=$((checks + 1))
 [[ $OUT == *'"via-link"'* ]] || fail "edit-through-link: $real lacks the new row: $OUT"
 
+# Compaction: into another file, the counters kept, or in place; a file it
+# cannot read, or a place it cannot write, leaves everything as it was.
+remember "$db"
+run compact-into 0 "$tool" compact "$db" "$work/compact.mdb"
+expect_unchanged compact-into "$db"
+run compact-check 0 "$tool" check "$work/compact.mdb"
+for table in Table1 Table3; do
+  run "compact-export-$table" 0 "$tool" export "$work/compact.mdb" "$table"
+  compacted=$OUT
+  run "export-$table" 0 "$tool" export "$db" "$table"
+  checks=$((checks + 1))
+  [[ $(sorted "$compacted") == $(sorted "$OUT") ]] || fail "compact changed $table: $compacted"
+done
+run compact-counter 0 "$tool" insert "$work/compact.mdb" Table3 b=later
+expect_out compact-counter "$((first + 14))"  # twins took 12 and 13
+run compact-nowhere 1 "$tool" compact "$db" "$work/no/such/folder.mdb"
+expect_err compact-nowhere "$work/no/such/folder.mdb"
+expect_unchanged compact-nowhere "$db"
+head -c 40000 "$db" >"$work/cut.mdb"
+remember "$work/cut.mdb"
+run compact-damaged 1 "$tool" compact "$work/cut.mdb"
+expect_err compact-damaged "$work/cut.mdb"
+expect_unchanged compact-damaged "$work/cut.mdb"
+run compact-in-place 0 "$tool" compact "$db"
+checks=$((checks + 1))
+[[ $(stat -c %s "$db") -lt $(stat -c %s "$corpus/testV2000.mdb") ]] || fail "compact-in-place: no smaller"
+
 # The result: sound, and what mdbtools and mdb-reader read.
 run check 0 "$tool" check "$db"
 expect_out check ""
@@ -137,10 +168,6 @@ run export-table1 0 "$tool" export "$db" Table1
 want_table1='A,B,C,D,E,F,G,H,I
 "Zoë ""quoted"", too","Ünïcødé €",7,-12,123456,2.5,"05/01/24 13:45:00",12.3400,1
 "abcdefg","changed",2,5,333333333,444.555,"09/21/74 00:00:00",3.5000,1'
-sorted() {  # the header, then the rows in byte order (storage order is the engine's business)
-  printf '%s\n' "$1" | sed -n 1p
-  printf '%s\n' "$1" | tail -n +2 | LC_ALL=C sort
-}
 [[ $(sorted "$OUT") == "$want_table1" ]] || fail "export-table1: $OUT"
 if command -v mdb-export >/dev/null; then
   for table in Table1 Table3; do

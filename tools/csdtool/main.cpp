@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "jet/check.h"
+#include "jet/compact.h"
 #include "jet/database.h"
 #include "jet/error.h"
 #include "schema/engine_error.h"
@@ -44,6 +45,8 @@ const char kUsage[] =
     "                         change the matching rows; prints how many changed\n"
     "  delete FILE TABLE COL=VALUE...\n"
     "                         delete the matching rows; prints how many went\n"
+    "  compact FILE [OUT]     rewrite FILE without free pages and deleted rows, into OUT\n"
+    "                         if given, else in place\n"
     "  new --template mstn|autocad|PATH OUT [--force]\n"
     "                         make OUT a copy of a template: mstn and autocad are\n"
     "                         MstnTemplate.csd and AutoCadTemplate.csd in ../Templates/Warehouses\n"
@@ -383,6 +386,11 @@ int run(const std::vector<std::string>& args) {
     std::vector<std::string> faults = jet::checkDatabase(*db);
     for (const std::string& f : faults) std::cout << args[1] << ": " << f << "\n";
     return faults.empty() ? 0 : 1;
+  }
+  if (cmd == "compact") {
+    if (args.size() != 2 && args.size() != 3) return usageError("compact takes FILE [OUT]");
+    jet::compactFile(args[1], args.size() == 3 ? args[2] : args[1]);
+    return 0;
   }
   if (cmd == "insert") {
     if (args.size() < 4) return usageError("insert takes FILE TABLE COL=VALUE...");
