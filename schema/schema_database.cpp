@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "jet/compact.h"
 #include "schema/database_core.h"
 
 namespace schema {
@@ -172,6 +173,27 @@ void SchemaDatabase::close() {
       c.transactions.clear();
     }
     c.db->flush();
+  });
+}
+
+void SchemaDatabase::compact() {
+  detail::DatabaseCore& c = *core_;
+  c.run(sources::kDatabase, [&] {
+    if (!c.db) throw EngineError(err::kObjectInvalid, sources::kDatabase);
+    if (!c.transactions.empty()) throw EngineError(err::kInvalidOperation, sources::kDatabase);
+    c.db->flush();
+    ++c.session;
+    ++c.generation;
+    c.undoneInserts.clear();
+    c.touched.clear();
+    c.db.reset();
+    try {
+      jet::compactFile(c.path, c.path);
+    } catch (...) {
+      c.db = jet::Database::openFile(c.path, true);
+      throw;
+    }
+    c.db = jet::Database::openFile(c.path, true);
   });
 }
 

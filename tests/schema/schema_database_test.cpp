@@ -216,3 +216,42 @@ TEST_F(SchemaDatabaseTest, CloseRollsBackAndEndsItsRecordsets) {
 }
 
 }  // namespace
+
+TEST_F(SchemaDatabaseTest, CompactShrinksTheFileKeepsItsRowsAndEndsItsRecordsets) {
+  std::string path = templateCopy();
+  const auto empty = std::filesystem::file_size(path);
+  SchemaDatabase db;
+  db.open(path);
+  db.beginTrans();
+  const int32_t first = add(db, "Directories", {{"Path", std::string("/d0")}});
+  for (int i = 1; i < 3000; ++i) add(db, "Directories", {{"Path", "/d" + std::to_string(i)}});
+  db.commitTrans();
+  Recordset rs = db.openRecordset("select * from Directories where Path <> '/d7'");
+  db.beginTrans();
+  for (rs.moveFirst(); !rs.eof(); rs.moveNext()) rs.deleteRecord();
+  expectError([&] { db.compact(); }, err::kInvalidOperation);
+  db.commitTrans();
+  const Dump before = dumpFile(path);
+  const auto grown = std::filesystem::file_size(path);
+
+  db.compact();
+  EXPECT_LT(std::filesystem::file_size(path), grown);
+  EXPECT_LE(std::filesystem::file_size(path), empty + 4096);  // the one row left needs a page
+  EXPECT_EQ(dumpFile(path), before);
+  EXPECT_EQ(faultsOnDisk(path), std::vector<std::string>{});
+  EXPECT_TRUE(std::filesystem::exists(SchemaDatabase::lockFilePath(path)));
+  expectError([&] { rs.moveFirst(); }, err::kObjectInvalid);
+  // The counter goes on where it was.
+  EXPECT_EQ(add(db, "Directories", {{"Path", std::string("/after")}}), first + 3000);
+
+  // A file it must not compact (here cut short behind its back) is left as
+  // it is, and the database stays open.
+  db.close();
+  std::filesystem::resize_file(path, std::filesystem::file_size(path) - 100);
+  const auto cut = std::filesystem::file_size(path);
+  db.open(path);
+  expectError([&] { db.compact(); }, err::kUnrecognizedFormat);
+  EXPECT_EQ(std::filesystem::file_size(path), cut);
+  EXPECT_TRUE(db.isOpen());
+  EXPECT_EQ(db.openRecordset("select * from Directories").recordCount(), 2);
+}
