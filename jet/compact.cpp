@@ -148,13 +148,20 @@ class Compactor {
     const std::vector<size_t> ids = idColumns(table, t);
     std::unordered_map<uint32_t, RowId> moved;  // packed old id -> new id
     std::unordered_map<uint32_t, std::vector<Value>> renamed;  // rows whose ids changed
+    uint32_t pn = 0;  // the page being filled; only it has room
     from_.scanRows(old, [&](RowId id, Bytes body) {
       std::vector<uint8_t> row(body.begin(), body.end());
       moveLongValues(old, t, id, body, row);
       if (!ids.empty() && renumber(old, id, body, ids, row))
         renamed.emplace(id.pack(), to_.decodeRow(t, row));
-      uint32_t pn = to_.dataPageWithRoom(t, row.size());
-      int r = to_.placeRow(pn, row, 0);
+      int r = pn ? to_.appendSlot(pn, row, 0) : -1;
+      if (r < 0) {
+        if (pn) to_.removeFromUsageMap(t.freeSpacePages, pn);
+        pn = to_.newDataPage(table.page);
+        to_.addToUsageMap(t.ownedPages, pn);
+        to_.addToUsageMap(t.freeSpacePages, pn);
+        r = to_.appendSlot(pn, row, 0);
+      }
       if (r < 0) throwCorrupt(id.page, "row of " + std::to_string(row.size()) + " bytes fits no page");
       moved.emplace(id.pack(), RowId{pn, static_cast<uint8_t>(r)});
       return true;

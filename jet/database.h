@@ -294,8 +294,6 @@ class Database {
   std::set<uint32_t>& freePages();
   std::map<uint32_t, std::string> writableVerdict_;  // table -> whyNotWritable()
   std::map<uint32_t, std::vector<ColumnRules>> rules_;  // table -> columnRules()
-  // Indexes (table, number) whose unique-entry count is exact this session.
-  std::set<std::pair<uint32_t, int>> countedIndexes_;
   std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter> indexCache_;
   bool systemWrites_ = false;
   std::set<uint32_t> dirty_;

@@ -103,7 +103,6 @@ void Database::reloadTables() {
   freePages_.reset();
   writableVerdict_.clear();
   rules_.clear();
-  countedIndexes_.clear();
   indexCache_.reset();
   // Callers hold references to cached definitions: refresh them in place.
   // A table whose definition was rolled away (created inside the undone

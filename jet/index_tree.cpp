@@ -163,20 +163,6 @@ class Editor {
     return out;
   }
 
-  // How many distinct keys the index holds, read from its leaves.
-  uint32_t distinctKeys() {
-    uint32_t n = ri_.rootPage, count = 0;
-    while (!load(n).leaf) n = load(n).entries.front().child;
-    const std::vector<uint8_t>* last = nullptr;
-    std::set<uint32_t> seen;
-    for (; n != 0 && seen.insert(n).second; n = load(n).next)
-      for (const Entry& e : load(n).entries) {
-        if (!last || *last != e.key) ++count;
-        last = &e.key;
-      }
-    return count;
-  }
-
   // Fills an index whose root is an empty leaf with entries already in
   // order, level by level, every page as full as it goes.
   void fill(std::vector<Entry> level) {
@@ -554,18 +540,14 @@ std::map<uint32_t, Node>& nodeCache(std::unique_ptr<IndexNodeCache, IndexNodeCac
 void Database::indexInsert(const TableDef& t, const RealIndex& ri, std::vector<uint8_t> key,
                            RowId id) {
   Editor ed(*this, nodeCache(indexCache_), t, ri);
-  int64_t distinct = countedIndexes_.count({t.tdefPage, ri.number}) ? 0 : ed.distinctKeys();
-  if (ed.insert(Entry{std::move(key), id, 0})) ++distinct;
-  countUniqueEntries(t, ri, distinct);
+  if (ed.insert(Entry{std::move(key), id, 0})) countUniqueEntries(t, ri, 1);
   ed.write();
 }
 
 void Database::indexRemove(const TableDef& t, const RealIndex& ri,
                            const std::vector<uint8_t>& key, RowId id) {
   Editor ed(*this, nodeCache(indexCache_), t, ri);
-  int64_t distinct = countedIndexes_.count({t.tdefPage, ri.number}) ? 0 : ed.distinctKeys();
-  if (ed.remove(key, id)) --distinct;
-  countUniqueEntries(t, ri, distinct);
+  if (ed.remove(key, id)) countUniqueEntries(t, ri, -1);
   ed.write();
 }
 
@@ -579,21 +561,19 @@ void Database::indexFill(const TableDef& t, const RealIndex& ri, std::vector<Ind
     entries.push_back({std::move(e.key), e.row, 0});
   }
   ed.fill(std::move(entries));
-  countedIndexes_.erase({t.tdefPage, ri.number});
-  countUniqueEntries(t, ri, distinct);
+  countUniqueEntries(t, ri, int64_t{distinct} - ri.uniqueEntryCount);
   ed.write();
 }
 
-// Access lets the count go stale between compactions; the first change to
-// an index in a session counts its keys afresh (`change` is then the whole
-// count), and later ones only add or take one.
+// A key that appears or goes moves the count by one. Access lets the count
+// drift between compactions; this writer keeps it as exact as it found it,
+// and compaction counts it afresh.
 void Database::countUniqueEntries(const TableDef& t, const RealIndex& ri, int64_t change) {
   TableDef& mt = mutableTable(t);
-  const bool fresh = countedIndexes_.insert({t.tdefPage, ri.number}).second;
   for (size_t k = 0; k < mt.realIndexes.size(); ++k) {
     RealIndex& m = mt.realIndexes[k];
     if (m.number != ri.number) continue;
-    const int64_t count = (fresh ? 0 : int64_t{m.uniqueEntryCount}) + change;
+    const int64_t count = int64_t{m.uniqueEntryCount} + change;
     if (count == m.uniqueEntryCount) return;
     m.uniqueEntryCount = static_cast<uint32_t>(std::max<int64_t>(count, 0));
     const size_t at = static_cast<size_t>(fmt_->tdefHeaderSize) + k * fmt_->realIndexCountSize + 4;

@@ -195,7 +195,12 @@ uint32_t Database::dataPageWithRoom(const TableDef& t, size_t rowSize, uint32_t 
            roomOn(n).bytes >= rowSize;
   };
   auto cached = lastDataPage_.find(t.tdefPage);
-  if (cached != lastDataPage_.end() && fits(cached->second)) return cached->second;
+  if (cached != lastDataPage_.end()) {
+    if (fits(cached->second)) return cached->second;
+    // The page rows went to is full: it leaves the list now, so that a later
+    // session does not read every full page to learn it.
+    if (cached->second != avoid) removeFromUsageMap(t.freeSpacePages, cached->second);
+  }
   // The pages the table lists as having room, lowest first; one that has
   // not leaves the list, as Jet keeps it.
   for (uint32_t n : usageMapPages(t.freeSpacePages)) {
