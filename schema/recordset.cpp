@@ -571,7 +571,13 @@ void Recordset::setField(std::string_view name, jet::Value value) {
     }
     try {
       buffer_[columns_[col].column] = jet::coerceValue(core().db->format(), c, value);
-    } catch (const jet::JetError&) {
+    } catch (const jet::JetError& e) {
+      // A character the file cannot hold (Jet 3 keeps Windows-1252 only) is
+      // no length problem: the engine's words name it.
+      const std::string why = e.what();
+      if (why.find(" U+") != std::string::npos)
+        throw EngineError::withText(err::kConversionError, sources::kField,
+                                    errorText(err::kConversionError) + " " + why);
       const bool tooLong =
           c.type == jet::coltype::kText && std::holds_alternative<std::string>(value);
       throw EngineError(tooLong ? err::kFieldTooSmall : err::kConversionError, sources::kField);
