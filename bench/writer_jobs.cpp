@@ -98,7 +98,7 @@ void makeJet3File(const std::string& path) {
   auto db = jet::Database::openFile(path, true);
   const jet::TableDef& t = db->table("Table3");
   for (int i = 0; uint64_t{db->pageCount()} * db->format().pageSize < kJet3Bytes; ++i)
-    db->insertRow(t, {std::monostate{}, "row " + std::to_string(i * 7919 % 100003)});
+    db->insertRow(t, {std::monostate{}, "row " + std::to_string(int64_t{i} * 7919 % 100003)});
   checked(*db, path);
 }
 

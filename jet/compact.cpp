@@ -22,10 +22,9 @@ namespace jet {
 class Compactor {
  public:
   static std::unique_ptr<Database> compact(Database& from, std::unique_ptr<PageStore> out) {
-    // Pages 0 and 1 as they were: all the new file needs to be opened.
-    std::vector<uint8_t> first(2 * static_cast<size_t>(from.format().pageSize));
-    from.store().read(0, first);
-    out->write(0, first);
+    // Pages 0 and 1 as they are: all the new file needs to be opened.
+    out->write(0, from.page(0));
+    out->write(from.format().pageSize, from.page(1));
     std::unique_ptr<Database> to = Database::open(std::move(out));
     from.guarded([&] { Compactor(from, *to).run(); });
     return to;
