@@ -85,7 +85,8 @@ void makeDocument(const std::string& path, bool churn) {
   if (churn) {
     std::vector<jet::RowId> ids;
     for (int i = 0; i < kChurn; ++i)
-      ids.push_back(db->insertRow(maps, {std::monostate{}, mapName(kMaps + i), int32_t(1), int32_t(1)}));
+      ids.push_back(
+          db->insertRow(maps, {std::monostate{}, mapName(kMaps + i), int32_t(1), int32_t(1)}));
     for (jet::RowId id : ids) db->deleteRow(maps, id);
   }
   checked(*db, path);
@@ -153,7 +154,9 @@ void line(const std::string& figure, const std::string& size, Figure f, const ch
           double goalMs) {
   std::printf("| %s | %s | %.1f ms | %.1f – %.1f | %s | %s |\n", figure.c_str(), size.c_str(),
               f.median, f.low, f.high, goal,
-              goalMs <= 0 ? "comparison" : f.median < goalMs ? "PASS" : "FAIL");
+              goalMs <= 0         ? "comparison"
+              : f.median < goalMs ? "PASS"
+                                  : "FAIL");
 }
 
 }  // namespace
@@ -201,13 +204,13 @@ int main(int argc, char** argv) {
 
     const Figure compact = repeat(reps, [&] { return timed({csdtool, "compact", doc, out}); });
     const uint64_t compacted = fs::file_size(out);
-    line("`csdtool compact` of the 32,000-map document", mb(fs::file_size(doc)), compact,
-         "< 0.5 s", 500);
+    line("`csdtool compact` of the 32,000-map document", mb(fs::file_size(doc)), compact, "< 0.5 s",
+         500);
     line("mdb-export of all its user tables (one process each, summed)", mb(fs::file_size(doc)),
          repeat(reps, [&] { return exportAll(doc); }), "—", 0);
     const Figure shrink = repeat(reps, [&] { return timed({csdtool, "compact", edited, out}); });
-    line("`csdtool compact` after 30,000 maps came and went", mb(fs::file_size(edited)) + " → " +
-         mb(fs::file_size(out)), shrink, "—", 0);
+    line("`csdtool compact` after 30,000 maps came and went",
+         mb(fs::file_size(edited)) + " → " + mb(fs::file_size(out)), shrink, "—", 0);
     const Figure insert = repeat(reps, [&] {
       fs::copy_file(jet3, work, fs::copy_options::overwrite_existing);
       return timed({csdtool, "insert", work, "Table3", "b=one more"});
@@ -215,7 +218,11 @@ int main(int argc, char** argv) {
     line("one `csdtool insert` into the Jet 3 file (whole process)", mb(fs::file_size(jet3)),
          insert, "< 50 ms", 50);
     line("mdb-export of its Table3", mb(fs::file_size(jet3)),
-         repeat(reps, [&] { return timed({"mdb-export", jet3, "Table3"}); }), "—", 0);
+         repeat(reps,
+                [&] {
+                  return timed({"mdb-export", jet3, "Table3"});
+                }),
+         "—", 0);
     std::printf("\nThe compacted document: %s (from %s); `csdtool check` %s.\n",
                 mb(compacted).c_str(), mb(fs::file_size(doc)).c_str(),
                 jet::checkDatabase(*jet::Database::openFile(out)).empty() ? "clean" : "FAULTS");

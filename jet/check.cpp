@@ -248,8 +248,8 @@ class Checker {
     size_t distinct = stored.empty() ? 0 : 1;
     for (size_t i = 1; i < stored.size(); ++i) distinct += stored[i].key != stored[i - 1].key;
     if (exactCounts_ && distinct != ri.uniqueEntryCount)
-      fault(name + ": unique-entry count " + std::to_string(ri.uniqueEntryCount) + ", the index holds " +
-            std::to_string(distinct) + " distinct keys");
+      fault(name + ": unique-entry count " + std::to_string(ri.uniqueEntryCount) +
+            ", the index holds " + std::to_string(distinct) + " distinct keys");
 
     std::string why;
     if (!canEncodeIndex(fmt_, t, ri, &why)) {

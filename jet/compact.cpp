@@ -42,7 +42,8 @@ class Compactor {
     for (const CatalogEntry& e : from_.catalog())
       if (e.isTable() && !tables_.count(e.tdefPage()))
         tables_.emplace(e.tdefPage(), Table{e.name, e.id, e.isSystemTable(), e.tdefPage()});
-    if (!tables_.count(kCatalogTdefPage)) throwCorrupt(kCatalogTdefPage, "the catalog does not list itself");
+    if (!tables_.count(kCatalogTdefPage))
+      throwCorrupt(kCatalogTdefPage, "the catalog does not list itself");
     layOutDefinitions();
     for (auto& [page, table] : tables_) attachNewStorage(table);
     // The definitions changed under the cached ones: parse them again.
@@ -95,8 +96,8 @@ class Compactor {
         prev = n;
       }
       // A table's id is its definition's page.
-      newIds_[table.id] = static_cast<int32_t>((static_cast<uint32_t>(table.id) & 0xFF000000u) |
-                                               table.page);
+      newIds_[table.id] =
+          static_cast<int32_t>((static_cast<uint32_t>(table.id) & 0xFF000000u) | table.page);
     }
   }
 
@@ -113,7 +114,8 @@ class Compactor {
       to_.putTableU32(t, m.defOffset + 6, newUsageMapRow(to_));
     }
     for (size_t k = 0; k < t.realIndexes.size(); ++k) {
-      const size_t at = t.realIndexes[k].defOffset + fmt_.realIndexSkipBefore + 3 * kMaxIndexColumns;
+      const size_t at =
+          t.realIndexes[k].defOffset + fmt_.realIndexSkipBefore + 3 * kMaxIndexColumns;
       const uint32_t map = newUsageMapRow(to_), root = newIndexRoot(to_, table.page);
       to_.addToUsageMap(map, root);
       to_.putTableU32(t, fmt_.tdefHeaderSize + k * fmt_.realIndexCountSize + 4, 0);
@@ -145,7 +147,7 @@ class Compactor {
     const TableDef& old = from_.tableAtPage(oldPage, table.name);
     const TableDef& t = to_.tableAtPage(table.page, table.name);
     const std::vector<size_t> ids = idColumns(table, t);
-    std::unordered_map<uint32_t, RowId> moved;  // packed old id -> new id
+    std::unordered_map<uint32_t, RowId> moved;                 // packed old id -> new id
     std::unordered_map<uint32_t, std::vector<Value>> renamed;  // rows whose ids changed
     uint32_t pn = 0;  // the page being filled; only it has room
     from_.scanRows(old, [&](RowId id, Bytes body) {
@@ -161,29 +163,32 @@ class Compactor {
         to_.addToUsageMap(t.freeSpacePages, pn);
         r = to_.appendSlot(pn, row, 0);
       }
-      if (r < 0) throwCorrupt(id.page, "row of " + std::to_string(row.size()) + " bytes fits no page");
+      if (r < 0)
+        throwCorrupt(id.page, "row of " + std::to_string(row.size()) + " bytes fits no page");
       moved.emplace(id.pack(), RowId{pn, static_cast<uint8_t>(r)});
       return true;
     });
     // Access lets the counts of system tables drift, never those of others.
     if (!table.system && moved.size() != old.rowCount)
       throwCorrupt(oldPage, "table '" + table.name + "' holds " + std::to_string(moved.size()) +
-                                " rows where its definition counts " + std::to_string(old.rowCount));
+                                " rows where its definition counts " +
+                                std::to_string(old.rowCount));
     TableDef& mt = to_.mutableTable(t);
     mt.rowCount = static_cast<uint32_t>(moved.size());
     to_.writeTableHeader(mt);
     for (size_t k = 0; k < old.realIndexes.size(); ++k) {
       const RealIndex& ri = t.realIndexes[k];
-      const bool keyed = std::any_of(ri.columns.begin(), ri.columns.end(), [&](const IndexColumn& ic) {
-        return std::find(ids.begin(), ids.end(), ic.column) != ids.end();
-      });
+      const bool keyed =
+          std::any_of(ri.columns.begin(), ri.columns.end(), [&](const IndexColumn& ic) {
+            return std::find(ids.begin(), ids.end(), ic.column) != ids.end();
+          });
       std::vector<IndexEntry> entries = from_.readIndex(old.realIndexes[k]);
       for (IndexEntry& e : entries) {
         auto it = moved.find(e.row.pack());
         if (it == moved.end())
-          throwCorrupt(old.realIndexes[k].rootPage,
-                       "index " + std::to_string(k) + " of table '" + table.name + "' lists " +
-                           toString(e.row) + ", which holds no row");
+          throwCorrupt(old.realIndexes[k].rootPage, "index " + std::to_string(k) + " of table '" +
+                                                        table.name + "' lists " + toString(e.row) +
+                                                        ", which holds no row");
         if (auto r = renamed.find(e.row.pack()); keyed && r != renamed.end())
           e.key = encodeIndexKey(fmt_, t, ri, r->second);
         e.row = it->second;
@@ -233,7 +238,7 @@ class Compactor {
   Database& from_;
   Database& to_;
   const Format& fmt_;
-  std::map<uint32_t, Table> tables_;  // by the definition's page in the old file
+  std::map<uint32_t, Table> tables_;   // by the definition's page in the old file
   std::map<int32_t, int32_t> newIds_;  // old id -> new id of each user table
 };
 
@@ -254,7 +259,7 @@ void compactFile(const std::string& from, const std::string& to) {
   std::filesystem::path real = std::filesystem::canonical(to, ec);
   const std::string target = ec ? to : real.string();
   std::unique_ptr<Database> source = Database::openFile(from);
-  struct stat st{};
+  struct stat st {};
   if (::stat(from.c_str(), &st) != 0) ioFail(from, "cannot read its mode");
   std::string tmp = target + ".compact-XXXXXX";
   int fd = ::mkstemp(tmp.data());

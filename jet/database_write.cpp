@@ -430,7 +430,9 @@ void Database::removeFromUsageMap(uint32_t packed, uint32_t pageNo) {
 namespace {
 // A slot Jet and this writer flag deleted (0x8000 alone marks the body of a
 // moved row, which lives on).
-bool dead(uint16_t raw) { return (raw & (kRowDeleted | kRowOverflow)) == (kRowDeleted | kRowOverflow); }
+bool dead(uint16_t raw) {
+  return (raw & (kRowDeleted | kRowOverflow)) == (kRowDeleted | kRowOverflow);
+}
 }  // namespace
 
 bool Database::rewriteSlot(uint32_t pageNo, unsigned row, Bytes bytes, uint16_t flags) {
@@ -486,9 +488,8 @@ Database::PageRoom Database::roomOn(uint32_t pageNo) {
   room.bytes = fmt_->pageSize - fmt_->dataRowTableOffset - 2 * count - live;
   if (room.deadSlot < 0) {
     // A new slot costs its 2 bytes of offset, and a page holds 255 rows.
-    room.bytes = count >= static_cast<unsigned>(fmt_->maxRowsPerPage) || room.bytes < 2
-                     ? 0
-                     : room.bytes - 2;
+    room.bytes =
+        count >= static_cast<unsigned>(fmt_->maxRowsPerPage) || room.bytes < 2 ? 0 : room.bytes - 2;
   }
   return room;
 }
@@ -500,8 +501,7 @@ int Database::placeRow(uint32_t pageNo, Bytes bytes, uint16_t flags) {
     return rewriteSlot(pageNo, static_cast<unsigned>(room.deadSlot), bytes, flags) ? room.deadSlot
                                                                                    : -1;
   // Deleted rows may still hold bytes the stored free space does not count.
-  if (bytes.size() + 2 > u16le(&page(pageNo)[fmt_->dataFreeSpaceOffset]))
-    repack(pageNo, -1, {}, 0);
+  if (bytes.size() + 2 > u16le(&page(pageNo)[fmt_->dataFreeSpaceOffset])) repack(pageNo, -1, {}, 0);
   return appendSlot(pageNo, bytes, flags);
 }
 

@@ -339,8 +339,8 @@ class Editor {
           parent.changed = true;
         }
         // The parent too grew at its end only if its last child split.
-        appended_ = appended_ && idx + 1 + added.size() == parent.entries.size() &&
-                    parent.next == 0;
+        appended_ =
+            appended_ && idx + 1 + added.size() == parent.entries.size() && parent.next == 0;
       }
       if (!parent.changed) return;
       n = parentNo;

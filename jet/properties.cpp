@@ -53,17 +53,34 @@ std::string text(const Format& fmt, Bytes b, uint16_t codePage) {
 Value decodeValue(const Format& fmt, uint8_t type, Bytes d, uint16_t codePage) {
   auto sized = [&](size_t n) { return d.size() == n; };
   switch (type) {
-    case coltype::kBoolean: return !d.empty() && d[0] != 0;
-    case coltype::kByte: if (sized(1)) return int32_t{d[0]}; break;
-    case coltype::kInteger: if (sized(2)) return int32_t{static_cast<int16_t>(u16le(d.data()))}; break;
-    case coltype::kLong: if (sized(4)) return static_cast<int32_t>(u32le(d.data())); break;
-    case coltype::kCurrency: if (sized(8)) return Currency{static_cast<int64_t>(u64le(d.data()))}; break;
-    case coltype::kSingle: if (sized(4)) return f32le(d.data()); break;
-    case coltype::kDouble: if (sized(8)) return f64le(d.data()); break;
-    case coltype::kDateTime: if (sized(8)) return DateTime{f64le(d.data())}; break;
+    case coltype::kBoolean:
+      return !d.empty() && d[0] != 0;
+    case coltype::kByte:
+      if (sized(1)) return int32_t{d[0]};
+      break;
+    case coltype::kInteger:
+      if (sized(2)) return int32_t{static_cast<int16_t>(u16le(d.data()))};
+      break;
+    case coltype::kLong:
+      if (sized(4)) return static_cast<int32_t>(u32le(d.data()));
+      break;
+    case coltype::kCurrency:
+      if (sized(8)) return Currency{static_cast<int64_t>(u64le(d.data()))};
+      break;
+    case coltype::kSingle:
+      if (sized(4)) return f32le(d.data());
+      break;
+    case coltype::kDouble:
+      if (sized(8)) return f64le(d.data());
+      break;
+    case coltype::kDateTime:
+      if (sized(8)) return DateTime{f64le(d.data())};
+      break;
     case coltype::kText:
-    case coltype::kMemo: return text(fmt, d, codePage);
-    default: break;
+    case coltype::kMemo:
+      return text(fmt, d, codePage);
+    default:
+      break;
   }
   return Blob(d.begin(), d.end());
 }
@@ -183,7 +200,8 @@ std::vector<ColumnRules> columnRules(const Format& fmt, const TableDef& t,
         std::string_view lit = *s;
         while (!lit.empty() && lit.front() == ' ') lit.remove_prefix(1);
         while (!lit.empty() && lit.back() == ' ') lit.remove_suffix(1);
-        v = std::holds_alternative<bool>(*v) ? std::nullopt : std::optional<Value>(std::string(lit));
+        v = std::holds_alternative<bool>(*v) ? std::nullopt
+                                             : std::optional<Value>(std::string(lit));
       }
       if (v && !c->isAutoNumber()) {
         try {

@@ -475,8 +475,7 @@ void Database::updateRow(const TableDef& t, RowId id, std::vector<Value> values)
         values[i] = coerceValue(*fmt_, t.columns[i], values[i]);
         if (t.columns[i].type == coltype::kBoolean && isNull(values[i])) values[i] = false;
         // A row keeps its AutoNumber for life: other rows refer to it.
-        if ((t.columns[i].isAutoNumber() || t.columns[i].isAutoGuid()) &&
-            values[i] != oldValues[i])
+        if ((t.columns[i].isAutoNumber() || t.columns[i].isAutoGuid()) && values[i] != oldValues[i])
           throw ruleError(kNotUpdatableError, kNotUpdatableText);
       }
       checkColumnRules(t, values);

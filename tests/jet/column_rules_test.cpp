@@ -110,11 +110,20 @@ TEST(ColumnRules, ANewRowStartsFromTheLiteralDefaults) {
     std::optional<Value> value;
   };
   const Literal literals[] = {
-      {"0", Value(0)},          {" -12 ", Value(-12)},       {"2.5", Value(2.5)},
-      {"\"a \"\"b\"\"\"", Value(std::string("a \"b\""))}, {"'x'", Value(std::string("x"))},
-      {"Yes", Value(true)},     {"false", Value(false)},     {"=Now()", std::nullopt},
-      {"Date()", std::nullopt}, {"0x10", std::nullopt},      {"1.2.3", std::nullopt},
-      {"\"open", std::nullopt}, {"", std::nullopt},          {"99999999999", Value(99999999999.0)},
+      {"0", Value(0)},
+      {" -12 ", Value(-12)},
+      {"2.5", Value(2.5)},
+      {"\"a \"\"b\"\"\"", Value(std::string("a \"b\""))},
+      {"'x'", Value(std::string("x"))},
+      {"Yes", Value(true)},
+      {"false", Value(false)},
+      {"=Now()", std::nullopt},
+      {"Date()", std::nullopt},
+      {"0x10", std::nullopt},
+      {"1.2.3", std::nullopt},
+      {"\"open", std::nullopt},
+      {"", std::nullopt},
+      {"99999999999", Value(99999999999.0)},
   };
   for (const Literal& l : literals) EXPECT_EQ(parseLiteral(l.text), l.value) << l.text;
 }
@@ -159,14 +168,17 @@ TEST(CheckAccessFiles, AKeyThisEngineCannotBuildIsNoFaultButAMissingEntryIs) {
   auto db = openBytes(readFile(corpusPath("testV2000.mdb")), "kana.mdb");
   const TableDef& t = db->table("Table1");
   Row r = db->decodeRow(t, *db->rowData(firstRow(*db, t)));
-  r[col(t, "A")] = std::string("\xE2\x82\xAC" "bc");  // "€bc": stored as UTF-16
+  r[col(t, "A")] = std::string(
+      "\xE2\x82\xAC"
+      "bc");  // "€bc": stored as UTF-16
   RowId id = db->insertRow(t, r);
   db->flush();
   std::vector<uint8_t> bytes = static_cast<MemoryStore&>(db->store()).bytes();
   const size_t pageStart = static_cast<size_t>(id.page) * 4096;
   bool patched = false;
   for (size_t i = pageStart; i + 1 < pageStart + 4096 && !patched; ++i)
-    if (bytes[i] == 0xAC && bytes[i + 1] == 0x20) bytes[i] = 0x42, bytes[i + 1] = 0x30, patched = true;
+    if (bytes[i] == 0xAC && bytes[i + 1] == 0x20)
+      bytes[i] = 0x42, bytes[i + 1] = 0x30, patched = true;
   ASSERT_TRUE(patched);
   auto kana = openBytes(bytes, "kana.mdb");
   EXPECT_EQ(checkDatabase(*kana), std::vector<std::string>{});

@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <set>
-#include <tuple>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "jet/check.h"
@@ -194,7 +194,8 @@ TEST(Compaction, AHeavilyEditedTableShrinksToAFreshCopyOfItsRows) {
     const TableDef& t = heavy->table("Table3");
     std::vector<RowId> ids;
     for (int n = 0; n < 30000; ++n)
-      ids.push_back(heavy->insertRow(t, {std::monostate{}, "row " + std::to_string(n * 7919 % 30000)}));
+      ids.push_back(
+          heavy->insertRow(t, {std::monostate{}, "row " + std::to_string(n * 7919 % 30000)}));
     for (size_t k = 0; k < ids.size(); ++k) {
       if (k % 30 == 0) {
         const TableDef& f = fresh->table("Table3");
@@ -212,4 +213,3 @@ TEST(Compaction, AHeavilyEditedTableShrinksToAFreshCopyOfItsRows) {
 }
 
 }  // namespace
-

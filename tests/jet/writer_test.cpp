@@ -694,7 +694,8 @@ class Table1Model {
       EXPECT_EQ(listed, ids) << "index " << ri.number;
       std::set<std::vector<uint8_t>> keys;
       for (const IndexEntry& e : entries) keys.insert(e.key);
-      EXPECT_EQ(ri.uniqueEntryCount, keys.size()) << "index " << ri.number << "'s unique-entry count";
+      EXPECT_EQ(ri.uniqueEntryCount, keys.size())
+          << "index " << ri.number << "'s unique-entry count";
       if (!db_->readIndexPage(ri.rootPage).leaf) ++branchedIndexes;
     }
   }
@@ -800,7 +801,8 @@ TEST_P(WriterModelBoth, ThousandsOfRandomEditsKeepRowsIndexesAndMapsExact) {
   expectSameRows(want.json, got.json, "mdb-reader", mdbReaderFault(t));
 }
 
-INSTANTIATE_TEST_SUITE_P(Jet3AndJet4, WriterModelBoth, testing::Values("testV2000.mdb", "testV1997.mdb"),
+INSTANTIATE_TEST_SUITE_P(Jet3AndJet4, WriterModelBoth,
+                         testing::Values("testV2000.mdb", "testV1997.mdb"),
                          [](const testing::TestParamInfo<const char*>& i) {
                            return std::string(i.param).substr(4, 5);
                          });
@@ -1237,7 +1239,8 @@ TEST(WriterRoundTrip, ATableOutgrowingItsUsageMapsStaysReadable) {
     const Format& f = db->format();
     Bytes pg1 = db->page(1);
     const size_t row0 = f.pageSize - (u16le(&pg1[f.dataRowTableOffset]) & kRowOffsetMask);
-    ASSERT_TRUE(db->rewriteSlot(1, 1, std::vector<uint8_t>(f.pageSize - f.dataRowTableOffset - 4 - row0 - 150, 0), 0));
+    ASSERT_TRUE(db->rewriteSlot(
+        1, 1, std::vector<uint8_t>(f.pageSize - f.dataRowTableOffset - 4 - row0 - 150, 0), 0));
   }
   ASSERT_EQ(ownedMapKind(), kUsageMapInline);
   ASSERT_EQ(mapKind(globalMap), kUsageMapInline);

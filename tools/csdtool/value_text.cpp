@@ -1,10 +1,10 @@
 #include "tools/csdtool/value_text.h"
 
 #include <cctype>
-#include <charconv>
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -33,8 +33,8 @@ bool parseDouble(const std::string& s, double& out) {
   const char* first = s.data();
   const char* last = s.data() + s.size();
   if (first != last && *first == '+') ++first;
-  if (first == last || !(std::isdigit(static_cast<unsigned char>(*first)) || *first == '-' ||
-                         *first == '.'))
+  if (first == last ||
+      !(std::isdigit(static_cast<unsigned char>(*first)) || *first == '-' || *first == '.'))
     return false;
   auto [end, ec] = std::from_chars(first, last, out, std::chars_format::general);
   return ec == std::errc() && end == last;
