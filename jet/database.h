@@ -13,6 +13,7 @@
 // - Not thread-safe; one Database per thread.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -197,9 +198,9 @@ class Database {
   bool rewriteSlot(uint32_t page, unsigned row, Bytes bytes, uint16_t flags);
   // Appends a slot to a data page; returns its number, or -1 if it lacks room.
   int appendSlot(uint32_t page, Bytes bytes, uint16_t flags);
-  // Puts a row on a data page, in the first deleted slot if there is one
-  // (rows of deleted slots are dead: nothing refers to them), else in a new
-  // slot; returns its number, or -1 if the page lacks the room.
+  // Puts a row on a data page, in a new slot, or in the first deleted slot
+  // (rows of deleted slots are dead: nothing refers to them) when the page
+  // has no room for another; returns its number, or -1 if it lacks the room.
   int placeRow(uint32_t page, Bytes bytes, uint16_t flags);
   TableDef& mutableTable(const TableDef& t);
   // The catalog and its system tables are written only while creating
@@ -224,12 +225,14 @@ class Database {
   // Rewrites a data page with row `row` (none if -1) replaced, deleted rows'
   // bytes given back and the rest packed from the page end.
   bool repack(uint32_t page, int row, Bytes bytes, uint16_t flags);
-  // What a data page can take: bytes for one more row (its offset counted)
-  // and the first deleted slot, if any; `empty` when no slot is live.
+  // What a data page can take: the bytes of one more row in a new slot
+  // (its offset counted) and in its first deleted slot, if any; `empty`
+  // when no slot is live.
   struct PageRoom {
-    size_t bytes = 0;
+    size_t inNewSlot = 0, inDeadSlot = 0;
     int deadSlot = -1;
     bool empty = true;
+    size_t most() const { return std::max(inNewSlot, inDeadSlot); }
   };
   PageRoom roomOn(uint32_t page);
   std::string globalMapProblem();

@@ -485,24 +485,27 @@ Database::PageRoom Database::roomOn(uint32_t pageNo) {
       room.empty = false;
     }
   }
-  room.bytes = fmt_->pageSize - fmt_->dataRowTableOffset - 2 * count - live;
-  if (room.deadSlot < 0) {
-    // A new slot costs its 2 bytes of offset, and a page holds 255 rows.
-    room.bytes =
-        count >= static_cast<unsigned>(fmt_->maxRowsPerPage) || room.bytes < 2 ? 0 : room.bytes - 2;
-  }
+  const size_t spare = fmt_->pageSize - fmt_->dataRowTableOffset - 2 * count - live;
+  // A new slot costs its 2 bytes of offset, and a page holds 255 rows.
+  if (count < static_cast<unsigned>(fmt_->maxRowsPerPage) && spare >= 2)
+    room.inNewSlot = spare - 2;
+  if (room.deadSlot >= 0) room.inDeadSlot = spare;
   return room;
 }
 
 int Database::placeRow(uint32_t pageNo, Bytes bytes, uint16_t flags) {
   PageRoom room = roomOn(pageNo);
-  if (bytes.size() > room.bytes) return -1;
-  if (room.deadSlot >= 0)
-    return rewriteSlot(pageNo, static_cast<unsigned>(room.deadSlot), bytes, flags) ? room.deadSlot
-                                                                                   : -1;
-  // Deleted rows may still hold bytes the stored free space does not count.
-  if (bytes.size() + 2 > u16le(&page(pageNo)[fmt_->dataFreeSpaceOffset])) repack(pageNo, -1, {}, 0);
-  return appendSlot(pageNo, bytes, flags);
+  // A new slot keeps the page's rows in the order they came; a deleted one
+  // is taken when the page has no room for another.
+  if (bytes.size() <= room.inNewSlot) {
+    // Deleted rows may still hold bytes the stored free space does not count.
+    if (bytes.size() + 2 > u16le(&page(pageNo)[fmt_->dataFreeSpaceOffset]))
+      repack(pageNo, -1, {}, 0);
+    return appendSlot(pageNo, bytes, flags);
+  }
+  if (bytes.size() > room.inDeadSlot) return -1;
+  return rewriteSlot(pageNo, static_cast<unsigned>(room.deadSlot), bytes, flags) ? room.deadSlot
+                                                                                 : -1;
 }
 
 int Database::appendSlot(uint32_t pageNo, Bytes bytes, uint16_t flags) {

@@ -192,7 +192,7 @@ uint32_t Database::dataPageWithRoom(const TableDef& t, size_t rowSize, uint32_t 
   auto fits = [&](uint32_t n) {
     Bytes pg = page(n);
     return n != avoid && pg[0] == page::kData && u32le(&pg[fmt_->dataTdefOffset]) == t.tdefPage &&
-           roomOn(n).bytes >= rowSize;
+           roomOn(n).most() >= rowSize;
   };
   auto cached = lastDataPage_.find(t.tdefPage);
   if (cached != lastDataPage_.end()) {

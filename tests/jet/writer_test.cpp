@@ -250,7 +250,9 @@ std::string runTool(const std::vector<std::string>& args, const TempDir& dir) {
 }
 
 std::string dumpScript() {
-  return (std::filesystem::path(__FILE__).parent_path().parent_path() / "node" / "dump.mjs").string();
+  // Not __FILE__: a build inside the tree names sources relative to itself,
+  // and ctest runs each test from its own folder.
+  return std::string(VANTOR_SOURCE_DIR) + "/tests/node/dump.mjs";
 }
 
 // Records of mdb-export's output, header dropped; a record ends at a
