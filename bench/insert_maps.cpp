@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
   auto start = std::chrono::steady_clock::now();
   for (int i = 0; i < rows; ++i) {
     // Names as a folder of drawings holds them: not in key order.
-    std::string name = "sheet_" + std::to_string((i * 7919) % 100003) + ".dgn";
+    std::string name = "sheet_" + std::to_string((int64_t{i} * 7919) % 100003) + ".dgn";
     db->insertRow(maps, {std::monostate{}, name, int32_t(1 + i % 20), int32_t(1 + i % 3)});
   }
   db->flush();

@@ -14,7 +14,7 @@ namespace {
 
 class Checker {
  public:
-  explicit Checker(Database& db) : db_(db), fmt_(db.format()) {}
+  Checker(Database& db, bool exactCounts) : db_(db), fmt_(db.format()), exactCounts_(exactCounts) {}
 
   std::vector<std::string> run() {
     try {
@@ -245,6 +245,12 @@ class Checker {
               std::to_string(a.row.page) + " and page " + std::to_string(b.row.page) + ")");
     }
 
+    size_t distinct = stored.empty() ? 0 : 1;
+    for (size_t i = 1; i < stored.size(); ++i) distinct += stored[i].key != stored[i - 1].key;
+    if (exactCounts_ && distinct != ri.uniqueEntryCount)
+      fault(name + ": unique-entry count " + std::to_string(ri.uniqueEntryCount) +
+            ", the index holds " + std::to_string(distinct) + " distinct keys");
+
     std::string why;
     if (!canEncodeIndex(fmt_, t, ri, &why)) {
       if (!ri.ignoreNulls() && stored.size() != rows.size())
@@ -252,31 +258,43 @@ class Checker {
               std::to_string(rows.size()) + " rows");
       return;
     }
-    std::vector<IndexEntry> expected;
+    // Each live row once (but those an ignore-nulls index leaves out), each
+    // with the key its values make. A character whose weights this engine
+    // has not learnt is a limit of the key builder, not a fault of the file:
+    // such an entry is only checked for being there.
+    std::map<RowId, const std::vector<Value>*> expected;
     for (const auto& [id, values] : rows) {
       bool allNull = true;
       for (const IndexColumn& ic : ri.columns) allNull &= isNull(values[ic.column]);
-      if (allNull && ri.ignoreNulls()) continue;
-      try {
-        expected.push_back({encodeIndexKey(fmt_, t, ri, values), id});
-      } catch (const JetError& e) {
-        fault(name + ": " + e.what());
-        return;
-      }
+      if (!(allNull && ri.ignoreNulls())) expected.emplace(id, &values);
     }
-    std::sort(expected.begin(), expected.end(), [](const IndexEntry& a, const IndexEntry& b) {
-      return a.key < b.key || (a.key == b.key && a.row < b.row);
-    });
     if (expected.size() != stored.size()) {
       fault(name + ": holds " + std::to_string(stored.size()) + " entries, the rows make " +
             std::to_string(expected.size()));
       return;
     }
     for (size_t i = 0; i < stored.size(); ++i) {
-      if (stored[i].row != expected[i].row || stored[i].key != expected[i].key) {
-        fault(name + ": entry " + std::to_string(i) + " (page " +
-              std::to_string(stored[i].row.page) + " row " + std::to_string(stored[i].row.row) +
-              ") differs from the key its row makes");
+      auto it = expected.find(stored[i].row);
+      std::string at = name + ": entry " + std::to_string(i) + " (page " +
+                       std::to_string(stored[i].row.page) + " row " +
+                       std::to_string(stored[i].row.row) + ")";
+      if (it == expected.end() || !it->second) {
+        fault(at + (it == expected.end() ? " points to no live row" : " repeats a row"));
+        return;
+      }
+      std::vector<uint8_t> key;
+      try {
+        key = encodeIndexKey(fmt_, t, ri, *it->second);
+      } catch (const JetError& e) {
+        if (e.kind() != JetError::Kind::kUnsupported) {
+          fault(name + ": " + e.what());
+          return;
+        }
+        key = stored[i].key;
+      }
+      it->second = nullptr;
+      if (stored[i].key != key) {
+        fault(at + " differs from the key its row makes");
         return;
       }
     }
@@ -306,6 +324,7 @@ class Checker {
 
   Database& db_;
   const Format& fmt_;
+  const bool exactCounts_;
   std::map<uint32_t, std::set<uint32_t>> dataPagesOf_;
   std::set<uint32_t> used_;
   std::vector<std::string> faults_;
@@ -313,6 +332,8 @@ class Checker {
 
 }  // namespace
 
-std::vector<std::string> checkDatabase(Database& db) { return Checker(db).run(); }
+std::vector<std::string> checkDatabase(Database& db, bool exactCounts) {
+  return Checker(db, exactCounts).run();
+}
 
 }  // namespace jet

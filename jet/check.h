@@ -14,7 +14,10 @@
 namespace jet {
 
 // One line per fault; empty when the file is sound. Stops early only when a
-// fault makes the rest unreadable.
-std::vector<std::string> checkDatabase(Database& db);
+// fault makes the rest unreadable. Access lets an index's unique-entry count
+// (a hint for its query planner) go stale until the next compaction; with
+// `exactCounts` each must equal the distinct keys the index holds, as the
+// writer keeps them.
+std::vector<std::string> checkDatabase(Database& db, bool exactCounts = false);
 
 }  // namespace jet

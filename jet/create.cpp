@@ -305,7 +305,8 @@ class MapRows {
   }
 
   uint32_t next() {
-    std::vector<uint8_t> row(kUsageMapRowSize, 0);
+    // An inline map, as long as Access makes them in this version.
+    std::vector<uint8_t> row(5 + db_.format().usageMapInlineSize, 0);
     row[0] = kUsageMapInline;
     int r = page_ ? db_.appendSlot(page_, row, 0) : -1;
     if (r < 0) {
@@ -320,7 +321,10 @@ class MapRows {
   uint32_t page_ = 0;
 };
 
-// An empty leaf page for an index's root.
+}  // namespace
+
+uint32_t newUsageMapRow(Database& db) { return MapRows(db).next(); }
+
 uint32_t newIndexRoot(Database& db, uint32_t tdef) {
   const Format& fmt = db.format();
   uint32_t n = db.allocatePage();
@@ -333,6 +337,8 @@ uint32_t newIndexRoot(Database& db, uint32_t tdef) {
   put32le(p + fmt.indexParentOffset, tdef);
   return n;
 }
+
+namespace {
 
 // Gives the definition its maps and index roots, in the order the engine
 // hands them out: owned and free-space maps, the maps of long value

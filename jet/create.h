@@ -52,4 +52,10 @@ std::unique_ptr<Database> createDatabase(std::unique_ptr<PageStore> store);
 // used by a table).
 const TableDef& createTable(Database& db, const TableSpec& spec);
 
+// Parts of a table's storage, shared with compactDatabase(): an empty
+// inline usage map row on a data page that belongs to no table (returned
+// packed), and an empty leaf page as an index's root.
+uint32_t newUsageMapRow(Database& db);
+uint32_t newIndexRoot(Database& db, uint32_t tdef);
+
 }  // namespace jet

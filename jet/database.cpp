@@ -250,7 +250,9 @@ std::vector<uint32_t> Database::usageMapPages(uint32_t packed) {
       const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
       for (size_t i = 0; 1 + i * 4 + 4 <= map.size(); ++i) {
         uint32_t mp = u32le(&map[1 + i * 4]);
-        if (mp == 0) continue;
+        // A slot for pages past the file's end is not read: Access leaves
+        // leftover bytes there.
+        if (mp == 0 || i * perPage >= pageCount_) continue;
         Bytes pg = page(mp);
         if (pg[0] != page::kUsageMap)
           throwCorrupt(mp, "expected a usage map page, found page type " + std::to_string(pg[0]));

@@ -13,6 +13,7 @@
 // - Not thread-safe; one Database per thread.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -27,6 +28,7 @@
 #include "jet/error.h"
 #include "jet/format.h"
 #include "jet/page_store.h"
+#include "jet/properties.h"
 #include "jet/row_layout.h"
 #include "jet/table_def.h"
 #include "jet/value.h"
@@ -152,10 +154,20 @@ class Database {
   // index it cannot keep, a read-only or Jet 3 file), or "" if it will.
   std::string whyNotWritable(const TableDef& t);
 
+  // The rules of each column (Required, AllowZeroLength, DefaultValue), in
+  // TableDef::columns order, from the table's properties in the catalog.
+  const std::vector<ColumnRules>& columnRules(const TableDef& t);
+  // A new row as Jet starts it: each column's literal DefaultValue, Null
+  // elsewhere (AutoNumber columns too: insertRow() numbers them).
+  std::vector<Value> defaultRow(const TableDef& t);
+
   // Row values in TableDef::columns order. AutoNumber columns left Null get
   // the next number. Returns the new row's id. Raises error 3022's JetError
-  // (kind kDuplicate) if a unique index would hold the key twice, and
-  // kInvalid if a value does not fit its column; nothing is changed then.
+  // (kind kDuplicate) if a unique index would hold the key twice; Jet's
+  // numbered errors for a Null in a Required column (3314), "" where
+  // AllowZeroLength is off (3315) and, on update, a changed AutoNumber
+  // (3164); kInvalid if a value does not fit its column. Nothing is changed
+  // then.
   RowId insertRow(const TableDef& t, std::vector<Value> values);
   void updateRow(const TableDef& t, RowId id, std::vector<Value> values);
   void deleteRow(const TableDef& t, RowId id);
@@ -186,6 +198,10 @@ class Database {
   bool rewriteSlot(uint32_t page, unsigned row, Bytes bytes, uint16_t flags);
   // Appends a slot to a data page; returns its number, or -1 if it lacks room.
   int appendSlot(uint32_t page, Bytes bytes, uint16_t flags);
+  // Puts a row on a data page, in a new slot, or in the first deleted slot
+  // (rows of deleted slots are dead: nothing refers to them) when the page
+  // has no room for another; returns its number, or -1 if it lacks the room.
+  int placeRow(uint32_t page, Bytes bytes, uint16_t flags);
   TableDef& mutableTable(const TableDef& t);
   // The catalog and its system tables are written only while creating
   // databases and tables.
@@ -200,12 +216,42 @@ class Database {
   };
   void reloadTables();
   void markGlobal(uint32_t page, bool isFree);
+  // A type-5 page at the end of the file for stretch `stretch` of the
+  // global reference map: pages before the file's end in use, the rest free.
+  void appendMapPage(uint64_t stretch);
+  // Turns an inline global map that page 1 cannot hold any longer into a
+  // reference map, keeping which pages are free.
+  void globalMapToReferences();
+  // Rewrites a data page with row `row` (none if -1) replaced, deleted rows'
+  // bytes given back and the rest packed from the page end.
+  bool repack(uint32_t page, int row, Bytes bytes, uint16_t flags);
+  // What a data page can take: the bytes of one more row in a new slot
+  // (its offset counted) and in its first deleted slot, if any; `empty`
+  // when no slot is live.
+  struct PageRoom {
+    size_t inNewSlot = 0, inDeadSlot = 0;
+    int deadSlot = -1;
+    bool empty = true;
+    size_t most() const { return std::max(inNewSlot, inDeadSlot); }
+  };
+  PageRoom roomOn(uint32_t page);
   std::string globalMapProblem();
   std::unique_ptr<uint8_t[]> takeBuffer();
   void recycle(Frame& f);
   void requireWritable(const TableDef& t);
+  void checkColumnRules(const TableDef& t, const std::vector<Value>& values);
   void writeTableHeader(const TableDef& t);
-  uint32_t dataPageWithRoom(const TableDef& t, size_t rowSize);
+  // Writes a 32-bit value at byte `at` of a definition's joined bytes, on
+  // whichever of its pages that lies, and in the cached bytes.
+  void putTableU32(TableDef& t, size_t at, uint32_t v);
+  void countUniqueEntries(const TableDef& t, const RealIndex& ri, int64_t change);
+  uint32_t newDataPage(uint32_t owner);
+  // A data page of the table where a row of `rowSize` bytes fits, other
+  // than `avoid`; a new one if none.
+  uint32_t dataPageWithRoom(const TableDef& t, size_t rowSize, uint32_t avoid = 0);
+  // After rows left a data page: a page left with none goes back to the file
+  // (and out of the maps, 0 for none), any other joins the free-space map.
+  void rowsLeft(uint32_t page, uint32_t ownedMap, uint32_t freeSpaceMap);
   std::vector<uint8_t> encodeRowFor(const TableDef& t, const std::vector<Value>& values);
   std::vector<uint8_t> writeLongValue(const TableDef& t, const ColumnDef& c, Bytes data,
                                       size_t roomInRow);
@@ -215,6 +261,9 @@ class Database {
                    RowId id);
   bool indexContainsKey(const TableDef& t, const RealIndex& ri, const std::vector<uint8_t>& key,
                         RowId except);
+  // Fills an empty index with entries in key order, pages full.
+  void indexFill(const TableDef& t, const RealIndex& ri, std::vector<IndexEntry> sorted);
+  friend class Compactor;
   explicit Database(std::unique_ptr<PageStore> store);
   void readHeader();
   std::vector<uint8_t> loadTableDefBytes(uint32_t page, std::vector<uint32_t>& pages);
@@ -244,7 +293,10 @@ class Database {
   std::vector<std::unique_ptr<uint8_t[]>> spare_;  // page buffers for undo images
   std::map<uint32_t, uint32_t> lastDataPage_;  // table -> page the last row went to
   std::map<uint64_t, uint32_t> lvalPage_;  // (table, column) -> page long values go to
+  std::optional<std::set<uint32_t>> freePages_;  // free in the global map; see freePages()
+  std::set<uint32_t>& freePages();
   std::map<uint32_t, std::string> writableVerdict_;  // table -> whyNotWritable()
+  std::map<uint32_t, std::vector<ColumnRules>> rules_;  // table -> columnRules()
   std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter> indexCache_;
   bool systemWrites_ = false;
   std::set<uint32_t> dirty_;
@@ -262,7 +314,7 @@ auto Database::guarded(F&& f) -> decltype(f()) {
   } catch (const JetError& e) {
     std::string msg = withFile(fileName(), e.what());
     if (msg == e.what()) throw;
-    throw JetError(e.kind(), msg);
+    throw e.withMessage(msg);
   }
 }
 

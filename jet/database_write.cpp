@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <set>
 
 #include "jet/database.h"
 #include "jet/bytes.h"
@@ -14,6 +15,8 @@ namespace {
 
 constexpr uint32_t kGlobalMapPage = 1;
 constexpr unsigned kGlobalMapRow = 0;
+// Jet stops a database at 2 GB (Jet 4) or 1 GB (Jet 3): 524288 pages either way.
+constexpr uint32_t kMaxPages = 524288;
 
 void setBit(uint8_t* bits, uint64_t i, bool on) {
   if (on) {
@@ -98,7 +101,9 @@ void Database::reloadTables() {
   catalog_.reset();
   lastDataPage_.clear();
   lvalPage_.clear();
+  freePages_.reset();
   writableVerdict_.clear();
+  rules_.clear();
   indexCache_.reset();
   // Callers hold references to cached definitions: refresh them in place.
   // A table whose definition was rolled away (created inside the undone
@@ -115,8 +120,17 @@ void Database::reloadTables() {
     fresh.name = it->second->name;
     fresh.pages = std::move(pages);
     TableDef& old = *it->second;
-    if (fresh.columns == old.columns && fresh.realIndexes == old.realIndexes &&
-        fresh.indexes == old.indexes && fresh.columnMaps == old.columnMaps) {
+    // Unique-entry counts change with rows; they do not make a new definition.
+    bool sameIndexes = fresh.realIndexes.size() == old.realIndexes.size();
+    for (size_t k = 0; sameIndexes && k < fresh.realIndexes.size(); ++k) {
+      RealIndex a = fresh.realIndexes[k];
+      a.uniqueEntryCount = old.realIndexes[k].uniqueEntryCount;
+      sameIndexes = a == old.realIndexes[k];
+    }
+    if (fresh.columns == old.columns && sameIndexes && fresh.indexes == old.indexes &&
+        fresh.columnMaps == old.columnMaps) {
+      for (size_t k = 0; k < fresh.realIndexes.size(); ++k)
+        old.realIndexes[k].uniqueEntryCount = fresh.realIndexes[k].uniqueEntryCount;
       old.rowCount = fresh.rowCount;
       old.nextAutoNumber = fresh.nextAutoNumber;
       old.ownedPages = fresh.ownedPages;
@@ -177,9 +191,28 @@ TableDef& Database::mutableTable(const TableDef& t) {
   return *it->second;
 }
 
+std::set<uint32_t>& Database::freePages() {
+  if (!freePages_) {
+    // The global map's set bits are the free pages; 0 and 1 never are.
+    std::vector<uint32_t> pages = usageMapPages(RowId{kGlobalMapPage, kGlobalMapRow}.pack());
+    freePages_.emplace(std::lower_bound(pages.begin(), pages.end(), 2u), pages.end());
+  }
+  return *freePages_;
+}
+
 uint32_t Database::allocatePage() {
-  if (pageCount_ >= 0x00FFFFFE)
-    throw JetError(JetError::Kind::kInvalid, "the database has reached its largest size");
+  // A page given back earlier goes out again before the file grows.
+  if (std::set<uint32_t>& pool = freePages(); !pool.empty()) {
+    uint32_t n = *pool.begin();
+    pool.erase(pool.begin());
+    std::memset(mutablePage(n), 0, fmt_->pageSize);
+    markGlobal(n, false);
+    return n;
+  }
+  if (pageCount_ >= kMaxPages)
+    throw JetError(JetError::Kind::kInvalid,
+                   std::string("the database has reached the largest size Jet allows (") +
+                       (fmt_->version == Version::kJet4 ? "2" : "1") + " GB)");
   uint32_t n = pageCount_;
   // Inside a savepoint, the frame's page count marks the page as new.
   uint8_t* fresh = newPageBuffer();
@@ -195,6 +228,11 @@ uint32_t Database::allocatePage() {
 void Database::freePage(uint32_t n) {
   std::memset(mutablePage(n), 0, fmt_->pageSize);
   markGlobal(n, true);
+  freePages().insert(n);
+  for (auto it = lastDataPage_.begin(); it != lastDataPage_.end();)
+    it = it->second == n ? lastDataPage_.erase(it) : std::next(it);
+  for (auto it = lvalPage_.begin(); it != lvalPage_.end();)
+    it = it->second == n ? lvalPage_.erase(it) : std::next(it);
 }
 
 std::string Database::globalMapProblem() {
@@ -209,6 +247,39 @@ std::string Database::globalMapProblem() {
   size_t i = (pageCount_ + 64) / perPage;
   if (1 + 4 * i + 4 > s.end - s.start) return "the global page map has no room for new pages";
   return "";
+}
+
+void Database::appendMapPage(uint64_t stretch) {
+  const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
+  uint32_t mp = pageCount_;
+  pages_.push_back(newPageBuffer());
+  ++pageCount_;
+  dirty_.insert(mp);
+  uint8_t* m = mutablePage(mp);
+  std::memset(m, 0, fmt_->pageSize);
+  m[0] = page::kUsageMap;
+  m[1] = 0x01;
+  for (uint64_t b = 0; b < perPage; ++b)
+    if (stretch * perPage + b >= pageCount_) setBit(m + kUsageMapPageHeader, b, true);
+  Bytes pg1 = page(kGlobalMapPage);
+  Slot s = slot(pg1, kGlobalMapPage, kGlobalMapRow);
+  put32le(mutablePage(kGlobalMapPage) + s.start + 1 + 4 * stretch, mp);
+}
+
+void Database::globalMapToReferences() {
+  // The same shape as the map Access writes once a file outgrows page 1:
+  // as many slots as it takes to reach the largest file.
+  const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
+  const size_t slots = static_cast<size_t>((kMaxPages + perPage - 1) / perPage);
+  std::vector<uint32_t> wasFree = usageMapPages(RowId{kGlobalMapPage, kGlobalMapRow}.pack());
+  std::vector<uint8_t> row(1 + 4 * slots, 0);
+  row[0] = kUsageMapReference;
+  if (!rewriteSlot(kGlobalMapPage, kGlobalMapRow, row, 0))
+    throw JetError(JetError::Kind::kUnsupported, "page 1 has no room for a global page map");
+  // Every stretch up to the end gets its page (each new one lengthens the
+  // file); then the pages that were free are free again.
+  for (uint64_t i = 0; i * perPage < pageCount_; ++i) appendMapPage(i);
+  for (uint32_t p : wasFree) markGlobal(p, true);
 }
 
 void Database::markGlobal(uint32_t n, bool isFree) {
@@ -229,17 +300,8 @@ void Database::markGlobal(uint32_t n, bool isFree) {
       if (isFree) return;
       // No map page covers this stretch yet: add one at the end of the file
       // that counts every page up to it as in use and the rest as free.
-      mp = pageCount_;
-      pages_.push_back(newPageBuffer());
-      ++pageCount_;
-      dirty_.insert(mp);
-      uint8_t* m = mutablePage(mp);
-      std::memset(m, 0, fmt_->pageSize);
-      m[0] = page::kUsageMap;
-      m[1] = 0x01;
-      for (uint64_t b = 0; b < perPage; ++b)
-        if (i * perPage + b >= pageCount_) setBit(m + kUsageMapPageHeader, b, true);
-      put32le(mutablePage(kGlobalMapPage) + s.start + 1 + 4 * i, mp);
+      appendMapPage(i);
+      mp = u32le(&page(kGlobalMapPage)[s.start + 1 + 4 * i]);
     } else if (page(mp)[0] != page::kUsageMap) {
       throwCorrupt(mp, "expected a usage map page, found page type " + std::to_string(page(mp)[0]));
     }
@@ -261,9 +323,11 @@ void Database::markGlobal(uint32_t n, bool isFree) {
     uint64_t need = (n - start) / 8 + 1 + 64;
     std::vector<uint8_t> grown(5 + need, 0xFF);
     copyBytes(grown.data(), map.data(), map.size());
-    if (!rewriteSlot(kGlobalMapPage, kGlobalMapRow, grown, 0))
-      throw JetError(JetError::Kind::kUnsupported,
-                     "the database has outgrown the global page map this engine keeps");
+    if (!rewriteSlot(kGlobalMapPage, kGlobalMapRow, grown, 0)) {
+      // Page 1 is full: the map becomes references to map pages.
+      globalMapToReferences();
+      return markGlobal(n, isFree);
+    }
   }
   uint8_t* p1 = mutablePage(kGlobalMapPage);
   Slot s2 = slot({p1, fmt_->pageSize}, kGlobalMapPage, kGlobalMapRow);
@@ -364,7 +428,19 @@ void Database::removeFromUsageMap(uint32_t packed, uint32_t pageNo) {
   throwCorrupt(at.page, "unknown usage map type");
 }
 
+namespace {
+// A slot Jet and this writer flag deleted (0x8000 alone marks the body of a
+// moved row, which lives on).
+bool dead(uint16_t raw) {
+  return (raw & (kRowDeleted | kRowOverflow)) == (kRowDeleted | kRowOverflow);
+}
+}  // namespace
+
 bool Database::rewriteSlot(uint32_t pageNo, unsigned row, Bytes bytes, uint16_t flags) {
+  return repack(pageNo, static_cast<int>(row), bytes, flags);
+}
+
+bool Database::repack(uint32_t pageNo, int row, Bytes bytes, uint16_t flags) {
   Bytes pg = page(pageNo);
   unsigned count = u16le(&pg[fmt_->dataRowCountOffset]);
   std::vector<std::vector<uint8_t>> rows(count);
@@ -373,10 +449,10 @@ bool Database::rewriteSlot(uint32_t pageNo, unsigned row, Bytes bytes, uint16_t 
   for (unsigned r = 0; r < count; ++r) {
     Slot s = slot(pg, pageNo, r);
     rowFlags[r] = s.raw & ~kRowOffsetMask;
-    if (r == row) {
+    if (static_cast<int>(r) == row) {
       rows[r].assign(bytes.begin(), bytes.end());
       rowFlags[r] = flags;
-    } else {
+    } else if (!dead(s.raw)) {  // a deleted row's bytes are given back
       rows[r].assign(pg.begin() + s.start, pg.begin() + s.end);
     }
     used += rows[r].size();
@@ -394,6 +470,43 @@ bool Database::rewriteSlot(uint32_t pageNo, unsigned row, Bytes bytes, uint16_t 
   std::memset(p + header, 0, end - header);
   put16le(p + fmt_->dataFreeSpaceOffset, static_cast<uint16_t>(end - header));
   return true;
+}
+
+Database::PageRoom Database::roomOn(uint32_t pageNo) {
+  Bytes pg = page(pageNo);
+  unsigned count = u16le(&pg[fmt_->dataRowCountOffset]);
+  PageRoom room;
+  size_t live = 0;
+  for (unsigned r = 0; r < count; ++r) {
+    Slot s = slot(pg, pageNo, r);
+    if (dead(s.raw)) {
+      if (room.deadSlot < 0) room.deadSlot = static_cast<int>(r);
+    } else {
+      live += s.end - s.start;
+      room.empty = false;
+    }
+  }
+  const size_t spare = fmt_->pageSize - fmt_->dataRowTableOffset - 2 * count - live;
+  // A new slot costs its 2 bytes of offset, and a page holds 255 rows.
+  if (count < static_cast<unsigned>(fmt_->maxRowsPerPage) && spare >= 2)
+    room.inNewSlot = spare - 2;
+  if (room.deadSlot >= 0) room.inDeadSlot = spare;
+  return room;
+}
+
+int Database::placeRow(uint32_t pageNo, Bytes bytes, uint16_t flags) {
+  PageRoom room = roomOn(pageNo);
+  // A new slot keeps the page's rows in the order they came; a deleted one
+  // is taken when the page has no room for another.
+  if (bytes.size() <= room.inNewSlot) {
+    // Deleted rows may still hold bytes the stored free space does not count.
+    if (bytes.size() + 2 > u16le(&page(pageNo)[fmt_->dataFreeSpaceOffset]))
+      repack(pageNo, -1, {}, 0);
+    return appendSlot(pageNo, bytes, flags);
+  }
+  if (bytes.size() > room.inDeadSlot) return -1;
+  return rewriteSlot(pageNo, static_cast<unsigned>(room.deadSlot), bytes, flags) ? room.deadSlot
+                                                                                 : -1;
 }
 
 int Database::appendSlot(uint32_t pageNo, Bytes bytes, uint16_t flags) {

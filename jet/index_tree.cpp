@@ -70,7 +70,8 @@ class Editor {
         capacity_(fmt_.pageSize - fmt_.indexEntryMaskOffset - fmt_.indexEntryMaskSize),
         nodes_(cache) {}
 
-  void insert(Entry e) {
+  // Returns whether no other entry holds the key.
+  bool insert(Entry e) {
     std::vector<std::pair<uint32_t, size_t>> path;
     uint32_t n = ri_.rootPage;
     while (true) {
@@ -85,11 +86,15 @@ class Editor {
                                 [](const Entry& a, const Entry& b) { return less(a, b); });
     size_t at = static_cast<size_t>(pos - leaf.entries.begin());
     leaf.entries.insert(pos, std::move(e));
+    const bool newKey = !sharesKeyWithNeighbour(n, at);
+    appended_ = at + 1 == leaf.entries.size() && leaf.next == 0;
     if (leaf.changed || !patchInsert(leaf, at)) leaf.changed = true;
     settle(n, path);
+    return newKey;
   }
 
-  void remove(const std::vector<uint8_t>& key, RowId row) {
+  // Returns whether the key went with the entry (no other entry holds it).
+  bool remove(const std::vector<uint8_t>& key, RowId row) {
     Entry probe{key, row, 0};
     std::vector<std::pair<uint32_t, size_t>> path;
     uint32_t n = ri_.rootPage;
@@ -107,9 +112,13 @@ class Editor {
       throwCorrupt(n, "index " + std::to_string(ri_.number) + " of table '" + t_.name +
                           "' lacks the entry of page " + std::to_string(row.page) + " row " +
                           std::to_string(row.row));
+    const bool lastOfKey =
+        !sharesKeyWithNeighbour(n, static_cast<size_t>(it - leaf.entries.begin()));
     leaf.entries.erase(it);
     leaf.changed = true;
+    appended_ = false;
     settle(n, path);
+    return lastOfKey;
   }
 
   // Whether an entry with this key exists for a row other than `except`.
@@ -155,6 +164,51 @@ class Editor {
     return out;
   }
 
+  // Fills an index whose root is an empty leaf with entries already in
+  // order, level by level, every page as full as it goes.
+  void fill(std::vector<Entry> level) {
+    for (bool leaf = true;; leaf = false) {
+      // Bytes of entries [b, e) on one page: a node keeps its last child in
+      // the tail pointer, and the first and last stored keys set the prefix.
+      std::vector<size_t> sum(level.size() + 1, 0);
+      const size_t ptr = leaf ? 4 : 8;
+      for (size_t i = 0; i < level.size(); ++i) sum[i + 1] = sum[i] + level[i].key.size() + ptr;
+      auto bytes = [&](size_t b, size_t e) {
+        const size_t stored = leaf || e - b <= 1 ? e - b : e - b - 1;
+        const size_t prefix =
+            stored > 1 ? commonPrefix(level[b].key, level[b + stored - 1].key) : 0;
+        return sum[b + stored] - sum[b] - prefix * (stored ? stored - 1 : 0);
+      };
+      if (level.empty() || bytes(0, level.size()) <= capacity_) {
+        Node& root = load(ri_.rootPage);
+        root.leaf = leaf;
+        root.prev = root.next = 0;
+        root.entries = std::move(level);
+        root.changed = true;
+        return;
+      }
+      std::vector<Entry> up;
+      Node* before = nullptr;
+      for (size_t b = 0, e; b < level.size(); b = e) {
+        for (e = b + 1; e < level.size() && bytes(b, e + 1) <= capacity_;) ++e;
+        Node node;
+        node.number = newPage();
+        node.leaf = leaf;
+        node.changed = true;
+        node.entries.assign(std::make_move_iterator(level.begin() + static_cast<long>(b)),
+                            std::make_move_iterator(level.begin() + static_cast<long>(e)));
+        if (before) {
+          node.prev = before->number;
+          before->next = node.number;
+        }
+        touched_.insert(node.number);
+        up.push_back({node.entries.back().key, node.entries.back().row, node.number});
+        before = &nodes_.emplace(node.number, std::move(node)).first->second;
+      }
+      level = std::move(up);
+    }
+  }
+
   void write() {
     for (uint32_t n : touched_) {
       auto it = nodes_.find(n);
@@ -186,6 +240,25 @@ class Editor {
     if (!node.leaf && node.entries.empty())
       throwCorrupt(n, "index node page without children");
     return nodes_.emplace(n, std::move(node)).first->second;
+  }
+
+  // Whether the entry at `at` of leaf `n` has the key of the entry before or
+  // after it, looking into the neighbouring leaves at the page ends.
+  bool sharesKeyWithNeighbour(uint32_t n, size_t at) {
+    // Nodes live in a std::map, so references stay valid as others load.
+    Node& leaf = load(n);
+    const std::vector<uint8_t>& key = leaf.entries[at].key;
+    if (at > 0 && leaf.entries[at - 1].key == key) return true;
+    if (at + 1 < leaf.entries.size() && leaf.entries[at + 1].key == key) return true;
+    if (at == 0 && leaf.prev) {
+      Node& p = load(leaf.prev);
+      if (!p.entries.empty() && p.entries.back().key == key) return true;
+    }
+    if (at + 1 == leaf.entries.size() && leaf.next) {
+      Node& q = load(leaf.next);
+      if (!q.entries.empty() && q.entries.front().key == key) return true;
+    }
+    return false;
   }
 
   // The greatest entry under a page (for an empty leaf, an empty key).
@@ -235,7 +308,7 @@ class Editor {
           splitRoot(node);
           return;
         }
-        added.push_back(split(node));
+        added.push_back(split(node, appended_));
       } else if (node.entries.empty() && !path.empty()) {
         emptied = true;
       }
@@ -266,20 +339,30 @@ class Editor {
                                 std::move(added[k]));
           parent.changed = true;
         }
+        // The parent too grew at its end only if its last child split.
+        appended_ =
+            appended_ && idx + 1 + added.size() == parent.entries.size() && parent.next == 0;
       }
       if (!parent.changed) return;
       n = parentNo;
     }
   }
 
-  // Moves the upper half of `node` to a new page linked after it; returns
-  // the new page's entry for the parent.
-  Entry split(Node& node) {
-    size_t total = 0;
-    for (const Entry& e : node.entries) total += e.key.size();
-    size_t half = 0, k = 0;
-    while (k + 1 < node.entries.size() && half + node.entries[k].key.size() <= total / 2)
-      half += node.entries[k++].key.size();
+  // Moves the upper part of `node` to a new page linked after it; returns
+  // the new page's entry for the parent. Entries added one after another at
+  // the end of the index (`appended`: ascending keys, as AutoNumbers come)
+  // leave the page full and start the next with the last one alone, as
+  // Access fills its pages; anywhere else the page splits in halves.
+  Entry split(Node& node, bool appended) {
+    size_t k = node.entries.size() - 1;
+    if (!appended) {
+      size_t total = 0;
+      for (const Entry& e : node.entries) total += e.key.size();
+      size_t half = 0;
+      k = 0;
+      while (k + 1 < node.entries.size() && half + node.entries[k].key.size() <= total / 2)
+        half += node.entries[k++].key.size();
+    }
     k = std::max<size_t>(k, 1);
     uint32_t rn = newPage();
     Node right;
@@ -314,7 +397,7 @@ class Editor {
     left.changed = true;
     touched_.insert(ln);
     Node& l = nodes_.emplace(ln, std::move(left)).first->second;
-    Entry r = split(l);
+    Entry r = split(l, appended_);
     Node& root2 = load(ri_.rootPage);
     Entry le = greatest(ln);
     le.child = ln;
@@ -413,6 +496,9 @@ class Editor {
     } else {
       put16le(p + fmt_.indexPrefixLengthOffset, static_cast<uint16_t>(prefix));
     }
+    // Access sets the byte after the prefix length on every node page it
+    // writes (its meaning is not known); leaves keep it 0.
+    if (!node.leaf) p[fmt_.indexPrefixLengthOffset + fmt_.indexPrefixLengthSize] = 1;
     uint8_t* mask = p + fmt_.indexEntryMaskOffset;
     uint8_t* out = p + dataPos;
     uint8_t* const end = p + fmt_.pageSize;
@@ -442,6 +528,7 @@ class Editor {
   const size_t capacity_;
   std::map<uint32_t, Node>& nodes_;
   std::set<uint32_t> touched_;
+  bool appended_ = false;  // the change being settled added at the index's end
 };
 
 std::map<uint32_t, Node>& nodeCache(std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter>& c) {
@@ -454,15 +541,46 @@ std::map<uint32_t, Node>& nodeCache(std::unique_ptr<IndexNodeCache, IndexNodeCac
 void Database::indexInsert(const TableDef& t, const RealIndex& ri, std::vector<uint8_t> key,
                            RowId id) {
   Editor ed(*this, nodeCache(indexCache_), t, ri);
-  ed.insert(Entry{std::move(key), id, 0});
+  if (ed.insert(Entry{std::move(key), id, 0})) countUniqueEntries(t, ri, 1);
   ed.write();
 }
 
 void Database::indexRemove(const TableDef& t, const RealIndex& ri,
                            const std::vector<uint8_t>& key, RowId id) {
   Editor ed(*this, nodeCache(indexCache_), t, ri);
-  ed.remove(key, id);
+  if (ed.remove(key, id)) countUniqueEntries(t, ri, -1);
   ed.write();
+}
+
+void Database::indexFill(const TableDef& t, const RealIndex& ri, std::vector<IndexEntry> sorted) {
+  Editor ed(*this, nodeCache(indexCache_), t, ri);
+  std::vector<Entry> entries;
+  entries.reserve(sorted.size());
+  uint32_t distinct = 0;
+  for (IndexEntry& e : sorted) {
+    distinct += entries.empty() || entries.back().key != e.key;
+    entries.push_back({std::move(e.key), e.row, 0});
+  }
+  ed.fill(std::move(entries));
+  countUniqueEntries(t, ri, int64_t{distinct} - ri.uniqueEntryCount);
+  ed.write();
+}
+
+// A key that appears or goes moves the count by one. Access lets the count
+// drift between compactions; this writer keeps it as exact as it found it,
+// and compaction counts it afresh.
+void Database::countUniqueEntries(const TableDef& t, const RealIndex& ri, int64_t change) {
+  TableDef& mt = mutableTable(t);
+  for (size_t k = 0; k < mt.realIndexes.size(); ++k) {
+    RealIndex& m = mt.realIndexes[k];
+    if (m.number != ri.number) continue;
+    const int64_t count = int64_t{m.uniqueEntryCount} + change;
+    if (count == m.uniqueEntryCount) return;
+    m.uniqueEntryCount = static_cast<uint32_t>(std::max<int64_t>(count, 0));
+    const size_t at = static_cast<size_t>(fmt_->tdefHeaderSize) + k * fmt_->realIndexCountSize + 4;
+    putTableU32(mt, at, m.uniqueEntryCount);
+    return;
+  }
 }
 
 std::vector<RowId> Database::indexLookup(const TableDef& t, const RealIndex& ri,

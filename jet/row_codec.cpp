@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 
@@ -90,6 +91,7 @@ Value coerceValue(const Format& fmt, const ColumnDef& c, const Value& v) {
     case coltype::kMemo: {
       const std::string* s = std::get_if<std::string>(&v);
       if (!s) badValue(c, std::string("a ") + typeName(c.type) + " needs text");
+      if (fmt.version == Version::kJet3) encodeText(fmt, c, *s);  // refuses what 1252 lacks
       if (c.type == coltype::kText) {
         size_t max = c.length / fmt.textUnitSize;
         size_t have = fmt.textUnitSize == 2 ? utf16Units(*s) : utf8ToCodePoints(*s).size();
@@ -150,6 +152,23 @@ std::vector<uint8_t> encodeJet4Text(const std::string& utf8, bool allowCompressi
   return out;
 }
 
+std::vector<uint8_t> encodeText(const Format& fmt, const ColumnDef& c, const std::string& utf8) {
+  if (fmt.version == Version::kJet4) return encodeJet4Text(utf8, c.compressedUnicode());
+  std::vector<uint8_t> out;
+  out.reserve(utf8.size());
+  for (char32_t cp : utf8ToCodePoints(utf8)) {
+    int b = unicodeToCp1252(cp);
+    if (b < 0) {
+      char hex[16];
+      std::snprintf(hex, sizeof hex, "U+%04X", static_cast<unsigned>(cp));
+      badValue(c, std::string("character ") + hex +
+                      " cannot be stored in a Jet 3 file (it is not in Windows-1252)");
+    }
+    out.push_back(static_cast<uint8_t>(b));
+  }
+  return out;
+}
+
 std::vector<uint8_t> encodeFixedOrText(const Format& fmt, const ColumnDef& c, const Value& v) {
   std::vector<uint8_t> out(storedFixedSize(c));
   uint8_t* p = out.data();
@@ -181,14 +200,16 @@ std::vector<uint8_t> encodeFixedOrText(const Format& fmt, const ColumnDef& c, co
       break;
     }
     case coltype::kText: {
-      if (fmt.version != Version::kJet4)
-        throw JetError(JetError::Kind::kUnsupported, "writing Jet 3 text is not supported");
-      std::vector<uint8_t> t = encodeJet4Text(std::get<std::string>(v), c.compressedUnicode());
+      std::vector<uint8_t> t = encodeText(fmt, c, std::get<std::string>(v));
       if (c.isFixed()) {
         if (t.size() > out.size()) badValue(c, "text does not fit the fixed-length column");
         // Fixed-length text is padded with spaces.
         copyBytes(p, t.data(), t.size());
-        for (size_t i = t.size(); i + 1 < out.size(); i += 2) p[i] = ' ', p[i + 1] = 0;
+        const size_t unit = static_cast<size_t>(fmt.textUnitSize);
+        for (size_t i = t.size(); i + unit <= out.size(); i += unit) {
+          p[i] = ' ';
+          if (unit == 2) p[i + 1] = 0;
+        }
         return out;
       }
       return t;
@@ -215,16 +236,54 @@ size_t fixedAreaEnd(const TableDef& t) {
   return end;
 }
 
+size_t rowTrailerSize(const Format& fmt, const TableDef& t) {
+  const size_t mask = (t.maxColumns + 7) / 8;
+  if (!t.varColumns) return mask;
+  if (fmt.rowVarOffsetSize == 2) return 2 * (t.varColumns + 1) + 2 + mask;
+  return t.varColumns + 2 + static_cast<size_t>(fmt.maxRowSize - 1) / 256 + mask;
+}
+
+namespace {
+
+// Jet 3's trailing tables: offsets of one byte, and for each further
+// 256-byte stretch of the row a jump entry naming the first slot (the end
+// counting as slot n) that starts in it. A stretch no slot reaches gets
+// 0xFF, as Access writes it.
+void appendJet3Offsets(std::vector<uint8_t>& row, const std::vector<uint16_t>& offsets,
+                       size_t tail) {
+  const size_t slots = offsets.size();  // the variable columns and the end
+  const size_t base = row.size() + slots + 1 + tail;
+  size_t jumps = 0;
+  for (size_t want = (base - 1) / 256; want != jumps; want = (base + jumps - 1) / 256) jumps = want;
+  for (size_t i = slots; i-- > 0;) row.push_back(static_cast<uint8_t>(offsets[i] & 0xFF));
+  for (size_t j = jumps; j-- > 0;) {
+    uint8_t first = 0xFF;
+    for (size_t i = 0; i < slots; ++i)
+      if (offsets[i] >= (j + 1) * 256) {
+        first = static_cast<uint8_t>(i);
+        break;
+      }
+    row.push_back(first);
+  }
+  row.push_back(static_cast<uint8_t>(slots - 1));
+}
+
+}  // namespace
+
 std::vector<uint8_t> assembleRow(const Format& fmt, const TableDef& t,
                                  const std::vector<Cell>& cells, size_t minSize) {
   const size_t countSize = fmt.rowColumnCountSize;
   const unsigned numCols = t.maxColumns;
   std::vector<uint8_t> row(countSize + fixedAreaEnd(t), 0);
-  put16le(row.data(), static_cast<uint16_t>(numCols));
+  if (countSize == 2) {
+    put16le(row.data(), static_cast<uint16_t>(numCols));
+  } else {
+    row[0] = static_cast<uint8_t>(numCols);
+  }
   std::vector<uint8_t> mask((numCols + 7) / 8, 0);
 
   // Variable slots keep their order; a slot of a deleted column stays empty.
-  std::vector<uint16_t> slotStart(t.varColumns, 0);
+  std::vector<uint16_t> offsets(t.varColumns + 1, 0);
   std::vector<const Cell*> bySlot(t.varColumns, nullptr);
   for (size_t i = 0; i < t.columns.size(); ++i) {
     const ColumnDef& c = t.columns[i];
@@ -238,22 +297,26 @@ std::vector<uint8_t> assembleRow(const Format& fmt, const TableDef& t,
     }
   }
   for (unsigned slot = 0; slot < t.varColumns; ++slot) {
-    slotStart[slot] = static_cast<uint16_t>(row.size());
+    offsets[slot] = static_cast<uint16_t>(row.size());
     if (const Cell* cell = bySlot[slot]; cell && cell->present)
       row.insert(row.end(), cell->bytes.begin(), cell->bytes.end());
   }
-  const uint16_t eod = static_cast<uint16_t>(row.size());
-  const size_t trailer = (t.varColumns ? 2 * (t.varColumns + 1) + 2 : 0) + mask.size();
+  if (row.size() > static_cast<size_t>(fmt.maxRowSize))
+    throw JetError(JetError::Kind::kInvalid, "row of " + std::to_string(row.size()) +
+                                                 " bytes is larger than a page allows (" +
+                                                 std::to_string(fmt.maxRowSize) + ")");
+  offsets[t.varColumns] = static_cast<uint16_t>(row.size());
+  const size_t trailer = rowTrailerSize(fmt, t);
   // Rows stay at least as long as an overflow pointer, so that any row can
   // later make room for one; padding sits before the trailing tables.
   minSize = std::max<size_t>(minSize, kMinRowSize);
   if (row.size() + trailer < minSize) row.resize(minSize - trailer, 0);
-  if (t.varColumns) {
+  if (t.varColumns && fmt.rowVarOffsetSize == 1) {
+    appendJet3Offsets(row, offsets, mask.size());
+  } else if (t.varColumns) {
     uint8_t two[2];
-    put16le(two, eod);
-    row.insert(row.end(), two, two + 2);
-    for (int slot = static_cast<int>(t.varColumns) - 1; slot >= 0; --slot) {
-      put16le(two, slotStart[slot]);
+    for (int slot = static_cast<int>(t.varColumns); slot >= 0; --slot) {
+      put16le(two, offsets[slot]);
       row.insert(row.end(), two, two + 2);
     }
     put16le(two, t.varColumns);

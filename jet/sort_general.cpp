@@ -1026,11 +1026,9 @@ CharWeights generalLegacyWeights(char16_t c) { return lookup(kLegacy, c); }
 
 std::optional<CharWeights> general97Weights(char32_t c) {
   // Jet 3 text is Windows-1252 bytes, and the table is indexed by byte.
-  if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) return lookup(kGeneral97, static_cast<char16_t>(c));
-  for (unsigned b = 0x80; b < 0xA0; ++b)
-    if (cp1252ToUnicode(static_cast<uint8_t>(b)) == c)
-      return lookup(kGeneral97, static_cast<char16_t>(b));
-  return std::nullopt;
+  int b = unicodeToCp1252(c);
+  if (b < 0) return std::nullopt;
+  return lookup(kGeneral97, static_cast<char16_t>(b));
 }
 
 }  // namespace jet

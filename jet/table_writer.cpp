@@ -14,6 +14,7 @@ namespace jet {
 namespace {
 
 constexpr uint16_t kGeneralSortOrder = 1033;
+constexpr uint16_t kWindows1252 = 1252;
 constexpr char kLvalTag[4] = {'L', 'V', 'A', 'L'};
 
 bool writableType(uint8_t type) {
@@ -69,7 +70,6 @@ void requireColumnCount(const TableDef& t, const std::vector<Value>& values) {
 
 std::string Database::whyNotWritable(const TableDef& t) {
   if (!store_->writable()) return "the file is open read-only";
-  if (fmt_->version != Version::kJet4) return "Jet 3 (Access 97) files are only read, not written";
   if (header_.sortOrder != kGeneralSortOrder || header_.sortVersion != 0)
     return "the database sorts text in order " + std::to_string(header_.sortOrder) + " version " +
            std::to_string(header_.sortVersion) + ", not the General order this engine keeps";
@@ -79,7 +79,12 @@ std::string Database::whyNotWritable(const TableDef& t) {
     if (li.foreignKey())
       return "'" + t.name + "' takes part in relationship '" + li.name +
              "', whose integrity this engine does not enforce";
+  const bool otherCodePage =
+      fmt_->version == Version::kJet3 && header_.codePage != 0 && header_.codePage != kWindows1252;
   for (const ColumnDef& c : t.columns) {
+    if (otherCodePage && c.isText())
+      return "the database keeps its text in code page " + std::to_string(header_.codePage) +
+             "; this engine writes Jet 3 text in Windows-1252 only";
     if (!writableType(c.type))
       return "column '" + c.name + "' has type " + std::to_string(c.type) +
              ", which this engine cannot write";
@@ -101,6 +106,60 @@ void Database::requireWritable(const TableDef& t) {
     throw JetError(JetError::Kind::kUnsupported, "cannot write to '" + t.name + "': " + why);
 }
 
+const std::vector<ColumnRules>& Database::columnRules(const TableDef& t) {
+  return guarded([&]() -> const std::vector<ColumnRules>& {
+    auto it = rules_.find(t.tdefPage);
+    if (it != rules_.end()) return it->second;
+    std::vector<PropertyGroup> groups;
+    const TableDef& sys = tableAtPage(kCatalogTdefPage, "MSysObjects");
+    if (const ColumnDef* props = sys.findColumn("LvProp")) {
+      for (const CatalogEntry& e : catalog()) {
+        if (!e.isTable() || e.tdefPage() != t.tdefPage) continue;
+        std::optional<Bytes> row = rowData(e.row);
+        if (!row) break;
+        Value blob = decodeColumn(sys, *props, *row);
+        if (const Blob* b = std::get_if<Blob>(&blob))
+          groups = parseProperties(*fmt_, *b, header_.codePage);
+        break;
+      }
+    }
+    return rules_.emplace(t.tdefPage, jet::columnRules(*fmt_, t, groups)).first->second;
+  });
+}
+
+std::vector<Value> Database::defaultRow(const TableDef& t) {
+  const std::vector<ColumnRules>& rules = columnRules(t);
+  std::vector<Value> row(t.columns.size());
+  for (size_t i = 0; i < row.size(); ++i)
+    if (rules[i].defaultValue) row[i] = *rules[i].defaultValue;
+  return row;
+}
+
+void Database::checkColumnRules(const TableDef& t, const std::vector<Value>& values) {
+  const std::vector<ColumnRules>& rules = columnRules(t);
+  for (size_t i = 0; i < t.columns.size(); ++i) {
+    const std::string field = t.name + "." + t.columns[i].name;
+    if (rules[i].required && isNull(values[i]))
+      throw ruleError(kRequiredError, kRequiredText, field);
+    const std::string* s = std::get_if<std::string>(&values[i]);
+    if (!rules[i].allowZeroLength && t.columns[i].isText() && s && s->empty())
+      throw ruleError(kZeroLengthError, kZeroLengthText, field);
+  }
+}
+
+void Database::putTableU32(TableDef& t, size_t at, uint32_t v) {
+  if (at + 4 > t.raw.size()) throwCorrupt(t.tdefPage, "definition too short to update");
+  put32le(t.raw.data() + at, v);
+  // Continuation pages repeat an 8-byte header before their share.
+  const size_t first = fmt_->pageSize, more = fmt_->pageSize - 8;
+  for (size_t i = 0; i < 4; ++i, ++at) {
+    size_t page = at < first ? 0 : 1 + (at - first) / more;
+    size_t off = at < first ? at : 8 + (at - first) % more;
+    if (page >= t.pages.size()) throwCorrupt(t.tdefPage, "definition shorter than its bytes");
+    mutablePage(t.pages[page])[off] = static_cast<uint8_t>(v >> (8 * i));
+  }
+}
+
 void Database::writeTableHeader(const TableDef& t) {
   uint8_t* p = mutablePage(t.tdefPage);
   put32le(p + fmt_->tdefNumRowsOffset, t.rowCount);
@@ -119,40 +178,50 @@ int32_t Database::takeAutoNumber(const TableDef& t) {
   });
 }
 
-uint32_t Database::dataPageWithRoom(const TableDef& t, size_t rowSize) {
-  auto fits = [&](uint32_t n) {
-    Bytes pg = page(n);
-    if (pg[0] != page::kData || u32le(&pg[fmt_->dataTdefOffset]) != t.tdefPage) return false;
-    return u16le(&pg[fmt_->dataRowCountOffset]) < fmt_->maxRowsPerPage &&
-           u16le(&pg[fmt_->dataFreeSpaceOffset]) >= rowSize + 2;
-  };
-  auto cached = lastDataPage_.find(t.tdefPage);
-  uint32_t candidate = 0;
-  if (cached != lastDataPage_.end()) {
-    candidate = cached->second;
-  } else {
-    // The last owned page that still has free space, as Jet fills tables.
-    std::vector<uint32_t> owned = usageMapPages(t.ownedPages);
-    std::vector<uint32_t> withSpace = usageMapPages(t.freeSpacePages);
-    for (auto it = owned.rbegin(); it != owned.rend(); ++it) {
-      if (std::binary_search(withSpace.begin(), withSpace.end(), *it) &&
-          page(*it)[0] == page::kData) {
-        candidate = *it;
-        break;
-      }
-    }
-  }
-  if (candidate && fits(candidate)) return lastDataPage_[t.tdefPage] = candidate;
-  if (candidate) removeFromUsageMap(t.freeSpacePages, candidate);
+uint32_t Database::newDataPage(uint32_t owner) {
   uint32_t n = allocatePage();
   uint8_t* p = mutablePage(n);
   p[0] = page::kData;
   p[1] = 0x01;
-  put16le(p + fmt_->dataFreeSpaceOffset, static_cast<uint16_t>(fmt_->pageSize - fmt_->dataRowTableOffset));
-  put32le(p + fmt_->dataTdefOffset, t.tdefPage);
+  put16le(p + fmt_->dataFreeSpaceOffset,
+          static_cast<uint16_t>(fmt_->pageSize - fmt_->dataRowTableOffset));
+  put32le(p + fmt_->dataTdefOffset, owner);
+  return n;
+}
+
+uint32_t Database::dataPageWithRoom(const TableDef& t, size_t rowSize, uint32_t avoid) {
+  auto fits = [&](uint32_t n) {
+    Bytes pg = page(n);
+    return n != avoid && pg[0] == page::kData && u32le(&pg[fmt_->dataTdefOffset]) == t.tdefPage &&
+           roomOn(n).most() >= rowSize;
+  };
+  auto cached = lastDataPage_.find(t.tdefPage);
+  if (cached != lastDataPage_.end()) {
+    if (fits(cached->second)) return cached->second;
+    // The page rows went to is full: it leaves the list now, so that a later
+    // session does not read every full page to learn it.
+    if (cached->second != avoid) removeFromUsageMap(t.freeSpacePages, cached->second);
+  }
+  // The pages the table lists as having room, lowest first; one that has
+  // not leaves the list, as Jet keeps it.
+  for (uint32_t n : usageMapPages(t.freeSpacePages)) {
+    if (fits(n)) return lastDataPage_[t.tdefPage] = n;
+    if (n != avoid) removeFromUsageMap(t.freeSpacePages, n);
+  }
+  uint32_t n = newDataPage(t.tdefPage);
   addToUsageMap(t.ownedPages, n);
   addToUsageMap(t.freeSpacePages, n);
   return lastDataPage_[t.tdefPage] = n;
+}
+
+void Database::rowsLeft(uint32_t pageNo, uint32_t ownedMap, uint32_t freeSpaceMap) {
+  if (roomOn(pageNo).empty) {
+    removeFromUsageMap(ownedMap, pageNo);
+    removeFromUsageMap(freeSpaceMap, pageNo);
+    freePage(pageNo);
+  } else {
+    addToUsageMap(freeSpaceMap, pageNo);
+  }
 }
 
 std::vector<uint8_t> Database::writeLongValue(const TableDef& t, const ColumnDef& c, Bytes data,
@@ -170,30 +239,39 @@ std::vector<uint8_t> Database::writeLongValue(const TableDef& t, const ColumnDef
   const ColumnUsageMaps* maps = nullptr;
   for (const ColumnUsageMaps& m : t.columnMaps)
     if (m.columnNumber == c.number) maps = &m;
-  // Appends one LVAL row somewhere with room and returns where it went.
+  // Puts one LVAL row on the column's page in use, else on a page its
+  // free-space map lists (one left by an earlier edit, say), else on a new
+  // page, and returns where it went.
   auto place = [&](Bytes bytes) -> RowId {
     const uint64_t key = (static_cast<uint64_t>(t.tdefPage) << 16) | c.number;
+    auto onPage = [&](uint32_t n) -> std::optional<RowId> {
+      Bytes pg = page(n);
+      if (pg[0] != page::kData || std::memcmp(&pg[fmt_->dataTdefOffset], kLvalTag, 4) != 0)
+        return std::nullopt;
+      int r = placeRow(n, bytes, 0);
+      if (r < 0) return std::nullopt;
+      lvalPage_[key] = n;
+      return RowId{n, static_cast<uint8_t>(r)};
+    };
     auto it = lvalPage_.find(key);
     if (it != lvalPage_.end()) {
-      int r = appendSlot(it->second, bytes, 0);
-      if (r >= 0) return RowId{it->second, static_cast<uint8_t>(r)};
+      if (auto at = onPage(it->second)) return *at;
       if (maps) removeFromUsageMap(maps->freeSpacePages, it->second);
     }
-    uint32_t n = allocatePage();
-    uint8_t* p = mutablePage(n);
-    p[0] = page::kData;
-    p[1] = 0x01;
-    put16le(p + fmt_->dataFreeSpaceOffset,
-            static_cast<uint16_t>(fmt_->pageSize - fmt_->dataRowTableOffset));
-    std::memcpy(p + fmt_->dataTdefOffset, kLvalTag, 4);
+    if (maps) {
+      for (uint32_t n : usageMapPages(maps->freeSpacePages)) {
+        if (auto at = onPage(n)) return *at;
+        removeFromUsageMap(maps->freeSpacePages, n);
+      }
+    }
+    uint32_t n = newDataPage(0);
+    std::memcpy(mutablePage(n) + fmt_->dataTdefOffset, kLvalTag, 4);
     if (maps) {
       addToUsageMap(maps->ownedPages, n);
       addToUsageMap(maps->freeSpacePages, n);
     }
-    lvalPage_[key] = n;
-    int r = appendSlot(n, bytes, 0);
-    if (r < 0) throw JetError(JetError::Kind::kInvalid, "long value row does not fit a page");
-    return RowId{n, static_cast<uint8_t>(r)};
+    if (auto at = onPage(n)) return *at;
+    throw JetError(JetError::Kind::kInvalid, "long value row does not fit a page");
   };
   const size_t maxRow = static_cast<size_t>(fmt_->maxLongValueRowSize);
   if (len <= maxRow) {
@@ -229,14 +307,16 @@ void Database::freeLongValues(const TableDef& t, Bytes row) {
     if (word & kLvalInline) continue;
     RowId at = RowId::unpack(u32le(h.data() + 4));
     bool chained = !(word & kLvalSinglePage);
+    const ColumnUsageMaps* maps = nullptr;
+    for (const ColumnUsageMaps& m : t.columnMaps)
+      if (m.columnNumber == c.number) maps = &m;
     std::set<uint32_t> seen;
     while (at.page != 0 && seen.insert(at.pack()).second) {
       Bytes pg = page(at.page);
       Slot s = slot(pg, at.page, at.row);
       RowId next = chained && s.end - s.start >= 4 ? RowId::unpack(u32le(&pg[s.start])) : RowId{};
-      uint8_t* p = mutablePage(at.page);
-      put16le(p + fmt_->dataRowTableOffset + 2 * at.row,
-              static_cast<uint16_t>(s.start | kRowDeleted | kRowOverflow));
+      rewriteSlot(at.page, at.row, {}, kRowDeleted | kRowOverflow);
+      rowsLeft(at.page, maps ? maps->ownedPages : 0, maps ? maps->freeSpacePages : 0);
       at = next;
     }
   }
@@ -244,8 +324,7 @@ void Database::freeLongValues(const TableDef& t, Bytes row) {
 
 std::vector<uint8_t> Database::encodeRowFor(const TableDef& t, const std::vector<Value>& values) {
   std::vector<Cell> cells(t.columns.size());
-  size_t size = fmt_->rowColumnCountSize + fixedAreaEnd(t) + (t.maxColumns + 7) / 8 +
-                (t.varColumns ? 2 * (t.varColumns + 1) + 2 : 0);
+  size_t size = fmt_->rowColumnCountSize + fixedAreaEnd(t) + rowTrailerSize(*fmt_, t);
   std::vector<size_t> longValues;
   for (size_t i = 0; i < t.columns.size(); ++i) {
     const ColumnDef& c = t.columns[i];
@@ -268,7 +347,7 @@ std::vector<uint8_t> Database::encodeRowFor(const TableDef& t, const std::vector
     const ColumnDef& c = t.columns[i];
     std::vector<uint8_t> data;
     if (c.type == coltype::kMemo) {
-      data = encodeJet4Text(std::get<std::string>(values[i]), c.compressedUnicode());
+      data = encodeText(*fmt_, c, std::get<std::string>(values[i]));
     } else {
       data = std::get<Blob>(values[i]);
     }
@@ -302,6 +381,7 @@ RowId Database::insertRow(const TableDef& t, std::vector<Value> values) {
             mt.nextAutoNumber = static_cast<uint32_t>(*p);
         if (c.type == coltype::kBoolean && isNull(values[i])) values[i] = false;
       }
+      checkColumnRules(t, values);
       std::vector<std::vector<uint8_t>> keys(t.realIndexes.size());
       std::vector<bool> indexed(t.realIndexes.size(), true);
       for (size_t k = 0; k < t.realIndexes.size(); ++k) {
@@ -320,12 +400,11 @@ RowId Database::insertRow(const TableDef& t, std::vector<Value> values) {
         }
         keys[k] = encodeIndexKey(*fmt_, t, ri, values);
         if (ri.unique() && !allNull && indexContainsKey(t, ri, keys[k], RowId{0, 0}))
-          throw JetError(JetError::Kind::kDuplicate,
-                         kDuplicateKeyText);
+          throw JetError(JetError::Kind::kDuplicate, kDuplicateKeyError, kDuplicateKeyText);
       }
       std::vector<uint8_t> bytes = encodeRowFor(t, values);
       uint32_t pn = dataPageWithRoom(t, bytes.size());
-      int r = appendSlot(pn, bytes, 0);
+      int r = placeRow(pn, bytes, 0);
       if (r < 0) throw JetError(JetError::Kind::kInvalid, "row does not fit an empty page");
       RowId id{pn, static_cast<uint8_t>(r)};
       for (size_t k = 0; k < t.realIndexes.size(); ++k)
@@ -358,17 +437,17 @@ void Database::deleteRow(const TableDef& t, RowId id) {
       }
       freeLongValues(t, *row);
       // Flag the slot, and a moved row's body too, so that no reader that
-      // walks pages in order mistakes the body for a live row.
+      // walks pages in order mistakes the body for a live row; their bytes
+      // go back to the page, and a page left without rows to the file.
       Bytes pg = page(id.page);
       Slot s = slot(pg, id.page, id.row);
       if (s.raw & kRowOverflow) {
         RowId body{u24le(&pg[s.start + 1]), pg[s.start]};
-        Slot b = slot(page(body.page), body.page, body.row);
-        put16le(mutablePage(body.page) + fmt_->dataRowTableOffset + 2 * body.row,
-                static_cast<uint16_t>(b.start | kRowDeleted | kRowOverflow));
+        rewriteSlot(body.page, body.row, {}, kRowDeleted | kRowOverflow);
+        if (body.page != id.page) rowsLeft(body.page, t.ownedPages, t.freeSpacePages);
       }
-      put16le(mutablePage(id.page) + fmt_->dataRowTableOffset + 2 * id.row,
-              static_cast<uint16_t>(s.start | kRowDeleted | kRowOverflow));
+      rewriteSlot(id.page, id.row, {}, kRowDeleted | kRowOverflow);
+      rowsLeft(id.page, t.ownedPages, t.freeSpacePages);
       TableDef& mt = mutableTable(t);
       if (mt.rowCount > 0) --mt.rowCount;
       writeTableHeader(mt);
@@ -396,16 +475,11 @@ void Database::updateRow(const TableDef& t, RowId id, std::vector<Value> values)
       for (size_t i = 0; i < t.columns.size(); ++i) {
         values[i] = coerceValue(*fmt_, t.columns[i], values[i]);
         if (t.columns[i].type == coltype::kBoolean && isNull(values[i])) values[i] = false;
-        // A number written over an AutoNumber moves the counter past it.
-        if (t.columns[i].isAutoNumber() && t.columns[i].type == coltype::kLong)
-          if (auto p = std::get_if<int32_t>(&values[i]); p && *p > 0) {
-            TableDef& mt = mutableTable(t);
-            if (static_cast<uint32_t>(*p) > mt.nextAutoNumber) {
-              mt.nextAutoNumber = static_cast<uint32_t>(*p);
-              writeTableHeader(mt);
-            }
-          }
+        // A row keeps its AutoNumber for life: other rows refer to it.
+        if ((t.columns[i].isAutoNumber() || t.columns[i].isAutoGuid()) && values[i] != oldValues[i])
+          throw ruleError(kNotUpdatableError, kNotUpdatableText);
       }
+      checkColumnRules(t, values);
       struct Change {
         const RealIndex* ri;
         std::vector<uint8_t> oldKey, newKey;
@@ -424,8 +498,7 @@ void Database::updateRow(const TableDef& t, RowId id, std::vector<Value> values)
                   !(ri.ignoreNulls() && oldNull), !(ri.ignoreNulls() && newNull)};
         if (ch.oldKey == ch.newKey && ch.wasIn == ch.isIn) continue;
         if (ri.unique() && ch.isIn && !newNull && indexContainsKey(t, ri, ch.newKey, id))
-          throw JetError(JetError::Kind::kDuplicate,
-                         kDuplicateKeyText);
+          throw JetError(JetError::Kind::kDuplicate, kDuplicateKeyError, kDuplicateKeyText);
         changes.push_back(std::move(ch));
       }
       freeLongValues(t, oldBytes);
@@ -439,13 +512,12 @@ void Database::updateRow(const TableDef& t, RowId id, std::vector<Value> values)
       uint16_t bodyFlags = body == id ? 0 : kRowDeleted;
       if (!rewriteSlot(body.page, body.row, bytes, bodyFlags)) {
         // No room where it is: store the body elsewhere and point to it.
-        uint32_t pn = dataPageWithRoom(t, bytes.size());
-        if (pn == body.page) pn = dataPageWithRoom(t, fmt_->pageSize);  // forces a new page
-        int r = appendSlot(pn, bytes, kRowDeleted);
+        uint32_t pn = dataPageWithRoom(t, bytes.size(), body.page);
+        int r = placeRow(pn, bytes, kRowDeleted);
         if (r < 0) throw JetError(JetError::Kind::kInvalid, "row does not fit an empty page");
         if (body != id) {
-          std::vector<uint8_t> none;
-          rewriteSlot(body.page, body.row, none, kRowDeleted | kRowOverflow);
+          rewriteSlot(body.page, body.row, {}, kRowDeleted | kRowOverflow);
+          if (body.page != id.page) rowsLeft(body.page, t.ownedPages, t.freeSpacePages);
         }
         uint8_t ptr[4];
         ptr[0] = static_cast<uint8_t>(r);

@@ -126,6 +126,13 @@ std::string codePageToUtf8(Bytes in, uint16_t codePage) {
   return out;
 }
 
+int unicodeToCp1252(char32_t c) {
+  if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) return static_cast<int>(c);
+  for (unsigned b = 0x80; b < 0xA0; ++b)
+    if (cp1252ToUnicode(static_cast<uint8_t>(b)) == c) return static_cast<int>(b);
+  return -1;
+}
+
 std::u32string utf8ToCodePoints(std::string_view in) {
   std::u32string out;
   out.reserve(in.size());

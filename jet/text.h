@@ -26,6 +26,8 @@ std::string codePageToUtf8(Bytes in, uint16_t codePage);
 // The Unicode character of a Windows-1252 byte (0x81, 0x8D, 0x8F, 0x90 and
 // 0x9D map to the C1 control of the same number, as Windows does).
 char32_t cp1252ToUnicode(uint8_t b);
+// Its reverse: the Windows-1252 byte of a character, or -1 if it has none.
+int unicodeToCp1252(char32_t c);
 
 // Decodes UTF-8 into code points; invalid sequences become U+FFFD.
 std::u32string utf8ToCodePoints(std::string_view in);

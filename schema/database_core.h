@@ -74,8 +74,7 @@ struct DatabaseCore {
       errors = {t.record()};
       // The engine's own words name the page or column at fault; they
       // follow Jet's text as a second, less specific record.
-      if (e.kind() != jet::JetError::Kind::kDuplicate)
-        errors.push_back({t.number(), "Vantor.Jet", e.what()});
+      if (e.number() == 0) errors.push_back({t.number(), "Vantor.Jet", e.what()});
       throw t;
     }
   }

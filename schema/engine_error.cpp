@@ -60,13 +60,12 @@ constexpr Message kMessages[] = {
     {err::kFieldTooSmall,
      "The field is too small to accept the amount of data you attempted to add. Try inserting "
      "or pasting less data."},
-    {err::kFieldNotUpdatable, "Field cannot be updated."},
+    {err::kFieldNotUpdatable, jet::kNotUpdatableText},
     {err::kRecordDeleted, "Record is deleted."},
     {err::kInvalidOperation, "Invalid operation."},
     {err::kItemNotFound, "Item not found in this collection."},
-    {err::kRequiredField,
-     "The field '|' cannot contain a Null value because the Required property for this field "
-     "is set to True. Enter a value in this field."},
+    {err::kRequiredField, jet::kRequiredText},
+    {err::kZeroLength, jet::kZeroLengthText},
     {err::kNotUpdatable, "This Recordset is not updateable."},
     {err::kUnrecognizedFormat, "Unrecognized database format '|'."},
     {err::kQueryTooComplex, "Query is too complex."},

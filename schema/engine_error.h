@@ -50,6 +50,7 @@ inline constexpr int32_t kRecordDeleted = 3167;
 inline constexpr int32_t kInvalidOperation = 3219;
 inline constexpr int32_t kItemNotFound = 3265;
 inline constexpr int32_t kRequiredField = 3314;
+inline constexpr int32_t kZeroLength = 3315;
 inline constexpr int32_t kNotUpdatable = 3326;
 inline constexpr int32_t kUnrecognizedFormat = 3343;
 inline constexpr int32_t kQueryTooComplex = 3360;

@@ -661,7 +661,7 @@ void Recordset::addNew() {
     detail::DatabaseCore& c = core();
     const jet::TableDef& t = *sources_[0].table;
     dropPending();
-    std::vector<jet::Value> row(t.columns.size());
+    std::vector<jet::Value> row = c.db->defaultRow(t);
     for (size_t i = 0; i < t.columns.size(); ++i)
       if (t.columns[i].isAutoNumber() && t.columns[i].type == jet::coltype::kLong)
         row[i] = c.db->takeAutoNumber(t);
@@ -696,7 +696,13 @@ void Recordset::setField(std::string_view name, jet::Value value) {
     }
     try {
       buffer_[columns_[col].column] = jet::coerceValue(core().db->format(), c, value);
-    } catch (const jet::JetError&) {
+    } catch (const jet::JetError& e) {
+      // A character the file cannot hold (Jet 3 keeps Windows-1252 only) is
+      // no length problem: the engine's words name it.
+      const std::string why = e.what();
+      if (why.find(" U+") != std::string::npos)
+        throw EngineError::withText(err::kConversionError, sources::kField,
+                                    errorText(err::kConversionError) + " " + why);
       const bool tooLong =
           c.type == jet::coltype::kText && std::holds_alternative<std::string>(value);
       throw EngineError(tooLong ? err::kFieldTooSmall : err::kConversionError, sources::kField);

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "jet/compact.h"
 #include "schema/database_core.h"
 
 namespace schema {
@@ -24,6 +25,7 @@ void DatabaseCore::changed() {
 
 EngineError DatabaseCore::translate(const jet::JetError& e, const char* source) const {
   using Kind = jet::JetError::Kind;
+  if (e.number() != 0) return EngineError::withText(e.number(), source, e.jetText());
   switch (e.kind()) {
     case Kind::kDuplicate:
       return EngineError(err::kDuplicateKey, source);
@@ -111,6 +113,27 @@ void SchemaDatabase::close() {
       c.transactions.clear();
     }
     c.db->flush();
+  });
+}
+
+void SchemaDatabase::compact() {
+  detail::DatabaseCore& c = *core_;
+  c.run(sources::kDatabase, [&] {
+    if (!c.db) throw EngineError(err::kObjectInvalid, sources::kDatabase);
+    if (!c.transactions.empty()) throw EngineError(err::kInvalidOperation, sources::kDatabase);
+    c.db->flush();
+    ++c.session;
+    ++c.generation;
+    c.undoneInserts.clear();
+    c.touched.clear();
+    c.db.reset();
+    try {
+      jet::compactFile(c.path, c.path);
+    } catch (...) {
+      c.db = jet::Database::openFile(c.path, true);
+      throw;
+    }
+    c.db = jet::Database::openFile(c.path, true);
   });
 }
 

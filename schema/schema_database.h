@@ -62,6 +62,13 @@ class SchemaDatabase {
   void close();
   bool isOpen() const;
   const std::string& path() const;
+  // Compacts the open file in place (jet/compact.h) behind the same lock:
+  // the file is replaced only once the compacted copy is complete and
+  // synced. Rows move, so every recordset of the database is finished
+  // (3420) whether or not it succeeds; the database stays open either way.
+  // Fails with 3219 inside a transaction, 3343 for a damaged file, 3043
+  // when the copy cannot be written.
+  void compact();
 
   // A dynaset over the rows of a query; see schema/recordset.h for the
   // shapes it accepts.

@@ -94,6 +94,8 @@ frmMain::frmMain(Options options, QWidget* parent)
           [this] { trap([this] { lifecycle_->openDocument(); }); });
   connect(ui_->mnuFileClose, &QAction::triggered, this,
           [this] { trap([this] { lifecycle_->close(); }); });
+  connect(ui_->mnuFileCompact, &QAction::triggered, this,
+          [this] { trap([this] { compactDocument(); }); });
   connect(ui_->mnuFileExit, &QAction::triggered, this, &QWidget::close);
   connect(ui_->mnu_hlp_contents, &QAction::triggered, this, [this] { showHelp(); });
   connect(ui_->mnuHelpAbout, &QAction::triggered, this, [this] { trap([this] { runAbout(); }); });
@@ -254,7 +256,31 @@ void frmMain::setDocumentControlsEnabled(bool open) {
   ui_->txtRDBConnectStr->setEnabled(open && scanner_.databaseScannerEditable());
 }
 
-void frmMain::setCloseEnabled(bool enabled) { ui_->mnuFileClose->setEnabled(enabled); }
+void frmMain::setCloseEnabled(bool enabled) {
+  ui_->mnuFileClose->setEnabled(enabled);
+  ui_->mnuFileCompact->setEnabled(enabled);
+}
+
+void frmMain::compactDocument() {
+  Hourglass busy;
+  closeSharedRecordsets();
+  // Rows move: the recordsets and the scanner settings' bookmarks start
+  // again on the compacted file, and also when compaction failed (it ends
+  // them all the same).
+  auto reopen = [this] {
+    schema::SchemaDatabase& database = lifecycle_->database();
+    parameters_.Initialize(database);
+    openSharedRecordsets(database);
+    csTab_->refresh();
+  };
+  try {
+    lifecycle_->database().compact();
+  } catch (...) {
+    reopen();
+    throw;
+  }
+  reopen();
+}
 
 void frmMain::setCaption(const QString& caption) { setWindowTitle(caption); }
 

@@ -114,6 +114,8 @@ class frmMain : public QMainWindow, private document::DocumentHost {
 
   void openSharedRecordsets(schema::SchemaDatabase& database);
   void closeSharedRecordsets();
+  // File, Compact: the working copy compacted in place.
+  void compactDocument();
   void createFolderTabs();
   // Coordinate Systems and Feature Definition, by what the tables hold.
   void enableTabsByTables();

@@ -3,7 +3,8 @@
 # with a row for every reported success and a clean refusal for every loser;
 # a live lock holder refuses it and a killed one does not; what interrupted
 # writes left beside the document goes; links lead to the real file and a
-# read-only document stays as it was; find takes a table's name, not SQL, and
+# read-only document stays as it was; compaction keeps rows and counters and
+# fails cleanly; find takes a table's name, not SQL, and
 # a query nested beyond reason is refused, not a crash.
 #
 #   csdtool_writers_test.sh CSDTOOL TEMPLATE
@@ -71,6 +72,38 @@ chmod 640 "$doc"
 [[ $(rows "$doc") -eq $((before + 1)) && $(stat -c %a "$doc") == 640 ]] || fail "link chain"
 [[ ! -e $work/.doc.csd.Ab12Cd && ! -e $work/doc.csd.csdtool-Zz99Yy && ! -e $work/doc.ldb &&
   -e $work/doc.csd.csdtool-notmine ]] || fail "leftovers: $(ls -A "$work")"
+
+# Compaction: into another file with the rows and the counter kept, or in
+# place; a damaged file, a place it cannot write or a held lock leave all as it was.
+for t in Directories Maps; do "$csdtool" export "$doc" $t | sort >"$work/$t.want"; done
+cp "$doc" "$work/before"
+"$csdtool" compact "$doc" "$work/small.csd" || fail "compact into another file"
+cmp -s "$doc" "$work/before" || fail "compact changed its source"
+"$csdtool" check "$work/small.csd" || fail "check after compact"
+for t in Directories Maps; do
+  "$csdtool" export "$work/small.csd" $t | sort | cmp -s - "$work/$t.want" || fail "compact changed $t"
+done
+next=$("$csdtool" insert "$doc" Directories "Path=/next")
+[[ $("$csdtool" insert "$work/small.csd" Directories "Path=/next") == "$next" ]] || fail "counter"
+head -c 40000 "$doc" >"$work/cut.csd"
+cp "$work/cut.csd" "$work/cut.before"
+if "$csdtool" compact "$work/cut.csd" 2>/dev/null; then fail "compacted a damaged file"; fi
+if "$csdtool" compact "$doc" "$work/no/such/x.csd" 2>/dev/null; then fail "compact into nowhere"; fi
+(
+  exec 9>"$work/doc.ldb"
+  flock 9
+  exec sleep 60
+) &
+holder=$!
+sleep 0.3
+if "$csdtool" compact "$doc" 2>/dev/null; then fail "compacted a locked document"; fi
+kill -9 "$holder"
+wait "$holder" 2>/dev/null || true
+cmp -s "$work/cut.csd" "$work/cut.before" || fail "a failed compact changed the file"
+"$csdtool" export "$doc" Directories | sort >"$work/Directories.want"
+"$csdtool" compact "$doc" && "$csdtool" check "$doc" || fail "compact in place"
+"$csdtool" export "$doc" Directories | sort | cmp -s - "$work/Directories.want" || fail "in place"
+[[ -z $(ls -A "$work" | grep -E 'compact-|csdtool-.{6}$') ]] || fail "working copies left: $(ls -A "$work")"
 
 chmod 444 "$doc"
 cp "$doc" "$work/before"

@@ -306,6 +306,7 @@ class FrmMainTest : public QObject {
           "butPrimaryUniqueKeys", "txtCADConnectStr", "butScanBrowse"})
       QVERIFY2(!control(name)->isEnabled(), name);
     QVERIFY(!action("mnuFileClose")->isEnabled());
+    QVERIFY(!action("mnuFileCompact")->isEnabled());
     QCOMPARE(control<controls::MoveOverStringControl>("MoveOverStringControlCSFiles")->LeftLabel(),
              QStringLiteral("Available coordinate system files:"));
     const auto* cad = control<QComboBox>("comboCADScannerCls");
@@ -656,6 +657,39 @@ class FrmMainTest : public QObject {
         control<QTableView>("tdbgCS")->model()->index(2, 1), "/data/other/nad27.csf"));
     closeWith(Answer::Yes);
     QCOMPARE(mdbExport(file("requery.csd"), "Maps").last(), QStringLiteral("3,\"lakes.dgn\",,2"));
+  }
+
+  void compactShrinksTheWorkingCopyAndTheWindowWorksOn() {
+    makeWindow(populatedSchema("compact.csd"));
+    start();
+    schema::SchemaDatabase& db = window_->lifecycle().database();
+    {
+      // Three thousand folders come and go: the working copy keeps their pages.
+      db.beginTrans();
+      schema::Recordset dirs = db.openRecordset("select * from Directories");
+      for (int i = 0; i < 3000; ++i) {
+        dirs.addNew();
+        dirs.setField("Path", "/tmp/d" + std::to_string(i));
+        dirs.update();
+      }
+      schema::Recordset gone = db.openRecordset("select * from Directories where dirId > 2");
+      for (; !gone.eof(); gone.moveNext()) gone.deleteRecord();
+      db.commitTrans();
+    }
+    const QString work = window_->lifecycle().workingCopyPath();
+    const qint64 grown = QFileInfo(work).size();
+    QVERIFY(action("mnuFileCompact")->isEnabled());
+    action("mnuFileCompact")->trigger();
+    QVERIFY(QFileInfo(work).size() < grown);
+    QCOMPARE(window_->sharedRecordset("Maps").recordCount(), 2L);
+    // The grid and the scanner settings write through the reopened recordsets.
+    QVERIFY(control<QTableView>("tdbgCS")->model()->setData(
+        control<QTableView>("tdbgCS")->model()->index(1, 1), "/data/other/nad27.csf"));
+    control<QLineEdit>("txtCADConnectStr")->setText("DSN=compacted");
+    closeWith(Answer::Yes);
+    QCOMPARE(mdbExport(file("compact.csd"), "Maps").last(), QStringLiteral("2,\"rivers.dgn\",1,2"));
+    QCOMPARE(parameterOnDisk(file("compact.csd"), "GraphicConnectString"),
+             std::optional<std::string>("DSN=compacted"));
   }
 
   void startUpDialogChoosesTheDocument() {

@@ -9,11 +9,13 @@
 #include <filesystem>
 #include <functional>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "jet/check.h"
+#include "jet/compact.h"
 #include "jet/database.h"
 #include "jet/error.h"
 #include "schema/document_lock.h"
@@ -46,6 +48,8 @@ const char kUsage[] =
     "                         change the matching rows; prints how many changed\n"
     "  delete FILE TABLE COL=VALUE...\n"
     "                         delete the matching rows; prints how many went\n"
+    "  compact FILE [OUT]     rewrite FILE without free pages and deleted rows, into OUT\n"
+    "                         if given, else in place\n"
     "  new --template mstn|autocad|PATH OUT [--force]\n"
     "                         make OUT a copy of a template: mstn and autocad are\n"
     "                         MstnTemplate.csd and AutoCadTemplate.csd in ../Templates/Warehouses\n"
@@ -134,16 +138,21 @@ void editSafely(const std::string& given, const std::function<void(jet::Database
     in = -1;
     ::close(out);
     out = -1;
+    bool changed = false;
     try {
       auto db = jet::Database::openFile(tmp, true);
       edit(*db);
+      changed = db->hasUnflushedChanges();
       db->flush();
     } catch (const jet::JetError& e) {
       // Speak of the user's file, not of the working copy.
       std::string msg = e.what();
-      for (size_t at; (at = msg.find(tmp)) != std::string::npos;)
-        msg.replace(at, tmp.size(), given);
-      throw jet::JetError(e.kind(), msg);
+      for (size_t at; (at = msg.find(tmp)) != std::string::npos;) msg.replace(at, tmp.size(), given);
+      throw e.withMessage(msg);
+    }
+    if (!changed) {  // nothing to write: the file is not even replaced by its copy
+      cleanup();
+      return;
     }
     if (::rename(tmp.c_str(), path.c_str()) != 0) ioFail(given, "cannot replace it");
     std::string dir = std::filesystem::path(path).parent_path().string();
@@ -175,6 +184,11 @@ std::vector<std::pair<size_t, jet::Value>> assignments(const jet::TableDef& t,
 
 std::vector<jet::RowId> matchingRows(jet::Database& db, const jet::TableDef& t,
                                      const std::vector<std::pair<size_t, jet::Value>>& where) {
+  // A table the engine cannot write is refused before any row is looked
+  // at, so an edit matching nothing does not pass for one that could be made.
+  if (std::string why = db.whyNotWritable(t); !why.empty())
+    throw jet::JetError(jet::JetError::Kind::kUnsupported,
+                        db.fileName() + ": cannot write to '" + t.name + "': " + why);
   std::vector<jet::RowId> ids;
   db.scanRows(t, [&](jet::RowId id, jet::Bytes row) {
     for (const auto& [i, v] : where)
@@ -389,11 +403,21 @@ int run(const std::vector<std::string>& args) {
     for (const std::string& f : faults) std::cout << args[1] << ": " << f << "\n";
     return faults.empty() ? 0 : 1;
   }
+  if (cmd == "compact") {
+    if (args.size() != 2 && args.size() != 3) return usageError("compact takes FILE [OUT]");
+    const std::string& out = args.size() == 3 ? args[2] : args[1];
+    // Nobody may edit the source while it is copied, nor the target before it is replaced.
+    schema::DocumentLock source = lockForWriting(args[1]);
+    std::optional<schema::DocumentLock> target;
+    if (schema::resolveLinks(out) != schema::resolveLinks(args[1])) target.emplace(lockForWriting(out));
+    jet::compactFile(args[1], out);
+    return 0;
+  }
   if (cmd == "insert") {
     if (args.size() < 4) return usageError("insert takes FILE TABLE COL=VALUE...");
     editSafely(args[1], [&](jet::Database& db) {
       const jet::TableDef& t = db.table(args[2]);
-      std::vector<jet::Value> values(t.columns.size());
+      std::vector<jet::Value> values = db.defaultRow(t);
       for (auto& [i, v] : assignments(t, {args.begin() + 3, args.end()})) values[i] = v;
       jet::RowId id = db.insertRow(t, values);
       std::vector<jet::Value> stored = db.decodeRow(t, *db.rowData(id));

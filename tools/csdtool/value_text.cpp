@@ -2,8 +2,9 @@
 
 #include <cctype>
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -26,11 +27,17 @@ bool parseInteger(const std::string& s, long long& out) {
   return errno == 0 && end && *end == '\0';
 }
 
+// A decimal number, with an exponent if need be; not the hexadecimal,
+// "inf" or "nan" forms strtod would also take.
 bool parseDouble(const std::string& s, double& out) {
-  if (s.empty()) return false;
-  char* end = nullptr;
-  out = std::strtod(s.c_str(), &end);
-  return end && *end == '\0';
+  const char* first = s.data();
+  const char* last = s.data() + s.size();
+  if (first != last && *first == '+') ++first;
+  if (first == last ||
+      !(std::isdigit(static_cast<unsigned char>(*first)) || *first == '-' || *first == '.'))
+    return false;
+  auto [end, ec] = std::from_chars(first, last, out, std::chars_format::general);
+  return ec == std::errc() && end == last;
 }
 
 // "-12.3456" as a count of 10^-scale units, exactly.
@@ -126,8 +133,10 @@ Value parseValue(const ColumnDef& c, const std::string& raw) {
       std::string digits;
       if (!parseScaled(s, 4, neg, digits) || digits.size() > 19) bad(c, raw, "an amount");
       unsigned long long u = std::strtoull(digits.c_str(), nullptr, 10);
-      if (u > static_cast<unsigned long long>(INT64_MAX)) bad(c, raw, "an amount a Currency holds");
-      return Currency{neg ? -static_cast<int64_t>(u) : static_cast<int64_t>(u)};
+      // Two's complement reaches one unit further below zero than above.
+      const unsigned long long most = static_cast<unsigned long long>(INT64_MAX) + (neg ? 1 : 0);
+      if (u > most) bad(c, raw, "an amount a Currency holds");
+      return Currency{neg ? static_cast<int64_t>(0 - u) : static_cast<int64_t>(u)};
     }
     case coltype::kSingle:
     case coltype::kDouble: {
