@@ -141,12 +141,12 @@ class Database {
 
   // ---- Writing (Jet 4 files opened writable) ----
   //
-  // Changes go to pages held in memory; flush() writes them out and syncs.
-  // Each row operation either completes or leaves every page as it was, and
-  // savepoints let a caller undo a whole series of operations. Nothing is
-  // written to the store before flush(), so a failed or abandoned session
-  // leaves the file as it was; a flush that fails part-way leaves it
-  // damaged, which is why callers edit a copy (see jet/FORMAT.md).
+  // Changes go to pages held in memory; flush() commits them to the store
+  // (through the rollback journal for a file, jet/journal.h) and does nothing
+  // when nothing changed. Each row operation either completes or leaves every
+  // page as it was, and savepoints let a caller undo a whole series of
+  // operations. Nothing is written to the store before flush(), so a failed
+  // or abandoned session leaves the file as it was.
 
   // Why this engine will not write to the table (another sort order, an
   // index it cannot keep, a read-only or Jet 3 file), or "" if it will.

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <optional>
 
-#include "jet/database.h"
 #include "jet/bytes.h"
+#include "jet/database.h"
 #include "jet/error.h"
 
 namespace jet {
@@ -163,9 +163,12 @@ void Database::flush() {
   guarded([&] {
     if (!frames_.empty())
       throw JetError(JetError::Kind::kInvalid, "cannot write out changes inside a savepoint");
+    // Nothing changed, nothing written: read-only work never syncs.
+    if (dirty_.empty()) return;
+    std::vector<PageWrite> writes;
     for (uint32_t n : dirty_)
-      store_->write(static_cast<uint64_t>(n) * fmt_->pageSize, {pages_[n], fmt_->pageSize});
-    store_->sync();
+      writes.push_back({static_cast<uint64_t>(n) * fmt_->pageSize, {pages_[n], fmt_->pageSize}});
+    store_->commit(writes);
     dirty_.clear();
   });
 }
@@ -301,8 +304,8 @@ void Database::addToUsageMap(uint32_t packed, uint32_t pageNo) {
       const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
       const size_t slots = (map.size() - 1) / 4;
       if (*hi / perPage >= slots)
-        throw JetError(JetError::Kind::kUnsupported, "usage map cannot reach page " +
-                                                         std::to_string(*hi));
+        throw JetError(JetError::Kind::kUnsupported,
+                       "usage map cannot reach page " + std::to_string(*hi));
       row[0] = kUsageMapReference;
       std::vector<uint32_t> mapPages(slots, 0);
       for (uint32_t p : pages) {
