@@ -97,9 +97,9 @@ class Checker {
     uint16_t raw = u16le(&pg[fmt_.dataRowTableOffset + 2 * at.row]);
     uint32_t start = raw & kRowOffsetMask;
     if (pg[start] == kUsageMapReference) {
-      uint32_t end = at.row == 0 ? fmt_.pageSize
-                                 : u16le(&pg[fmt_.dataRowTableOffset + 2 * (at.row - 1)]) &
-                                       kRowOffsetMask;
+      uint32_t end = at.row == 0
+                         ? fmt_.pageSize
+                         : u16le(&pg[fmt_.dataRowTableOffset + 2 * (at.row - 1)]) & kRowOffsetMask;
       for (uint32_t p = start + 1; p + 4 <= end; p += 4)
         if (uint32_t m = u32le(&pg[p])) used_.insert(m);
     }
@@ -124,7 +124,8 @@ class Checker {
     }
     for (uint32_t p : withSpace)
       if (!owned.count(p))
-        fault(name + ": free-space map lists page " + std::to_string(p) + ", which it does not own");
+        fault(name + ": free-space map lists page " + std::to_string(p) +
+              ", which it does not own");
     for (const ColumnUsageMaps& m : t.columnMaps) {
       for (uint32_t p : mapPages(m.ownedPages)) used_.insert(p);
       mapPages(m.freeSpacePages);
@@ -146,10 +147,10 @@ class Checker {
     for (size_t i = 0; i < t.columns.size(); ++i) {
       if (!t.columns[i].isAutoNumber() || t.columns[i].type != coltype::kLong) continue;
       for (const auto& [id, v] : rows)
-        if (auto p = std::get_if<int32_t>(&v[i]); p && *p > 0 &&
-                                                   static_cast<uint32_t>(*p) > t.nextAutoNumber)
-          fault(name + ": AutoNumber " + std::to_string(*p) + " in column '" +
-                t.columns[i].name + "' is past the counter " + std::to_string(t.nextAutoNumber));
+        if (auto p = std::get_if<int32_t>(&v[i]);
+            p && *p > 0 && static_cast<uint32_t>(*p) > t.nextAutoNumber)
+          fault(name + ": AutoNumber " + std::to_string(*p) + " in column '" + t.columns[i].name +
+                "' is past the counter " + std::to_string(t.nextAutoNumber));
     }
     for (const RealIndex& ri : t.realIndexes) checkIndex(t, ri, rows);
   }
@@ -179,9 +180,9 @@ class Checker {
     unsigned count = u16le(&pg[fmt_.dataRowCountOffset]);
     if (at.row >= count) return std::nullopt;
     uint32_t start = u16le(&pg[fmt_.dataRowTableOffset + 2 * at.row]) & kRowOffsetMask;
-    uint32_t end = at.row == 0 ? fmt_.pageSize
-                               : u16le(&pg[fmt_.dataRowTableOffset + 2 * (at.row - 1)]) &
-                                     kRowOffsetMask;
+    uint32_t end = at.row == 0
+                       ? fmt_.pageSize
+                       : u16le(&pg[fmt_.dataRowTableOffset + 2 * (at.row - 1)]) & kRowOffsetMask;
     if (start > end || end > fmt_.pageSize) return std::nullopt;
     return pg.subspan(start, end - start);
   }
@@ -206,8 +207,8 @@ class Checker {
         bytes += ip.entries[i].key.size() + (ip.leaf ? 4 : 8) - (i ? ip.prefixLength : 0);
       size_t area = fmt_.pageSize - fmt_.indexEntryMaskOffset - fmt_.indexEntryMaskSize;
       if (ip.freeSpace != area - bytes)
-        fault(name + ": page " + std::to_string(n) + " free space " +
-              std::to_string(ip.freeSpace) + ", entries leave " + std::to_string(area - bytes));
+        fault(name + ": page " + std::to_string(n) + " free space " + std::to_string(ip.freeSpace) +
+              ", entries leave " + std::to_string(area - bytes));
       if (ip.leaf) {
         leaves.push_back(std::move(ip));
         return;
@@ -219,8 +220,8 @@ class Checker {
     if (ri.rootPage) visit(ri.rootPage, 0);
     for (uint32_t p : tree) used_.insert(p);
     if (owned != tree && !(tree.size() == 1 && owned.empty()))
-      fault(name + ": usage map lists " + std::to_string(owned.size()) +
-            " pages, the tree has " + std::to_string(tree.size()));
+      fault(name + ": usage map lists " + std::to_string(owned.size()) + " pages, the tree has " +
+            std::to_string(tree.size()));
     for (size_t i = 0; i < leaves.size(); ++i) {
       uint32_t prev = i ? leaves[i - 1].number : 0;
       uint32_t next = i + 1 < leaves.size() ? leaves[i + 1].number : 0;

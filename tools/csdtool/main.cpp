@@ -260,14 +260,15 @@ void printRecordset(schema::Recordset& rs, bool firstOnly) {
   std::cout << line << "\n";
   jet::ColumnDef text;  // the layout mdb-export gives text; every value prints by its own kind
   text.type = jet::coltype::kText;
+  jet::ColumnDef blob;
+  blob.type = jet::coltype::kOle;
   for (; !rs.eof(); rs.moveNext()) {
     line.clear();
-    for (size_t i = 0; i < names.size(); ++i) {
+    const std::vector<jet::Value>& values = rs.values();
+    for (size_t i = 0; i < values.size(); ++i) {
       if (i) line += ',';
-      jet::Value v = rs.field(names[i]);
-      jet::ColumnDef kind = text;
-      if (std::holds_alternative<jet::Blob>(v)) kind.type = jet::coltype::kOle;
-      line += csdtool::csvField(kind, v);
+      line +=
+          csdtool::csvField(std::holds_alternative<jet::Blob>(values[i]) ? blob : text, values[i]);
     }
     std::cout << line << "\n";
     if (firstOnly) break;
@@ -329,9 +330,8 @@ int run(const std::vector<std::string>& args) {
       throw schema::EngineError(schema::err::kTableNotFound, schema::sources::kDatabase, {args[2]});
     bool found = false;
     withReadOnly(args[1], [&](schema::SchemaDatabase& db) {
-      schema::Recordset rs = db.openRecordset("select * from [" + args[2] + "]");
-      rs.findFirst(args[3]);
-      if (rs.noMatch()) return;
+      schema::Recordset rs = db.openMatching(args[2], args[3]);
+      if (rs.eof()) return;
       found = true;
       printRecordset(rs, true);
     });
