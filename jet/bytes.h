@@ -52,9 +52,7 @@ inline void put24le(uint8_t* p, uint32_t v) {
 inline void put32le(uint8_t* p, uint32_t v) {
   put16le(p, uint16_t(v)), put16le(p + 2, uint16_t(v >> 16));
 }
-inline void put64le(uint8_t* p, uint64_t v) {
-  put32le(p, uint32_t(v)), put32le(p + 4, uint32_t(v >> 32));
-}
+inline void put64le(uint8_t* p, uint64_t v) { put32le(p, uint32_t(v)), put32le(p + 4, uint32_t(v >> 32)); }
 inline void put24be(uint8_t* p, uint32_t v) {
   p[0] = uint8_t(v >> 16), p[1] = uint8_t(v >> 8), p[2] = uint8_t(v);
 }

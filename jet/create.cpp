@@ -21,13 +21,13 @@ namespace jet {
 namespace {
 
 // Constants every Jet 4 definition carries in the places the engine puts them.
-constexpr uint32_t kDefinitionTag = 0x0659;  // table, column and logical index blocks
-constexpr uint32_t kRealIndexTag = 1923;     // each physical index block
-constexpr uint8_t kCascadeDefaults = 0x04;   // both cascade bytes of a logical index
+constexpr uint32_t kDefinitionTag = 0x0659;   // table, column and logical index blocks
+constexpr uint32_t kRealIndexTag = 1923;      // each physical index block
+constexpr uint8_t kCascadeDefaults = 0x04;    // both cascade bytes of a logical index
 constexpr uint16_t kGeneralSort = 1033;
-constexpr uint8_t kSysColumnFlag = 0x10;     // on every column of the system tables
-constexpr uint8_t kBinaryColumnFlag = 0x20;  // on the SID-like binary system columns
-constexpr int kUsageMapRowSize = 69;         // inline map: type, start page, 64 bytes
+constexpr uint8_t kSysColumnFlag = 0x10;      // on every column of the system tables
+constexpr uint8_t kBinaryColumnFlag = 0x20;   // on the SID-like binary system columns
+constexpr int kUsageMapRowSize = 69;          // inline map: type, start page, 64 bytes
 
 // Catalog ids of the engine's containers and of the database object.
 constexpr int32_t kRootId = 0x0F000000;
@@ -42,8 +42,8 @@ constexpr int32_t kSystemObject = static_cast<int32_t>(0x80000000);
 // them in, so a new file keeps that database's identity: its creation
 // stamp, its key word, and the SIDs that go with them.
 constexpr uint64_t kCreationDateBits = 0x40E4AB3E3BD3853Eull;  // 2015-11-21 22:40
-constexpr uint8_t kIdentityWord[2] = {0x1C, 0x26};             // header offset 0x6A
-const Blob kAdminSid = {0x64, 0x8B};                           // owner of the database object
+constexpr uint8_t kIdentityWord[2] = {0x1C, 0x26};   // header offset 0x6A
+const Blob kAdminSid = {0x64, 0x8B};    // owner of the database object
 const Blob kEngineSid = {0x65, 0x89};   // owner of containers and system tables
 const Blob kCreatorSid = {0x65, 0x8E};  // stands for whoever creates an object
 const Blob kUsersSid = {0x65, 0x8B};
@@ -74,22 +74,14 @@ struct SysTable {
 const std::vector<SysTable>& systemTables() {
   static const std::vector<SysTable> tables = {
       {"MSysObjects",
-       {{"Connect", coltype::kMemo, 9, 0},
-        {"Database", coltype::kMemo, 8, 0},
-        {"DateCreate", coltype::kDateTime, 4, 8},
-        {"DateUpdate", coltype::kDateTime, 5, 8},
-        {"Flags", coltype::kLong, 7, 4},
-        {"ForeignName", coltype::kText, 10, 510},
-        {"Id", coltype::kLong, 0, 4},
-        {"Lv", coltype::kOle, 13, 0},
-        {"LvExtra", coltype::kOle, 16, 0},
-        {"LvModule", coltype::kOle, 15, 0},
-        {"LvProp", coltype::kOle, 14, 0},
-        {"Name", coltype::kText, 2, 510},
-        {"Owner", coltype::kBinary, 6, 510},
-        {"ParentId", coltype::kLong, 1, 4},
-        {"RmtInfoLong", coltype::kOle, 12, 0},
-        {"RmtInfoShort", coltype::kBinary, 11, 510},
+       {{"Connect", coltype::kMemo, 9, 0},      {"Database", coltype::kMemo, 8, 0},
+        {"DateCreate", coltype::kDateTime, 4, 8}, {"DateUpdate", coltype::kDateTime, 5, 8},
+        {"Flags", coltype::kLong, 7, 4},         {"ForeignName", coltype::kText, 10, 510},
+        {"Id", coltype::kLong, 0, 4},            {"Lv", coltype::kOle, 13, 0},
+        {"LvExtra", coltype::kOle, 16, 0},       {"LvModule", coltype::kOle, 15, 0},
+        {"LvProp", coltype::kOle, 14, 0},        {"Name", coltype::kText, 2, 510},
+        {"Owner", coltype::kBinary, 6, 510},     {"ParentId", coltype::kLong, 1, 4},
+        {"RmtInfoLong", coltype::kOle, 12, 0},   {"RmtInfoShort", coltype::kBinary, 11, 510},
         {"Type", coltype::kInteger, 3, 2}},
        {{"ParentIdName", {1, 2}, idxflag::kUnique, false, 0},
         {"Id", {0}, idxflag::kUnique, true, 1}}},
@@ -100,14 +92,10 @@ const std::vector<SysTable>& systemTables() {
         {"SID", coltype::kBinary, 1, 510}},
        {{"ObjectId", {0}, idxflag::kRequired, false, 0}}},
       {"MSysQueries",
-       {{"Attribute", coltype::kByte, 1, 1},
-        {"Expression", coltype::kMemo, 5, 0},
-        {"Flag", coltype::kInteger, 6, 2},
-        {"LvExtra", coltype::kLong, 7, 4},
-        {"Name1", coltype::kText, 3, 510},
-        {"Name2", coltype::kText, 4, 510},
-        {"ObjectId", coltype::kLong, 0, 4},
-        {"Order", coltype::kBinary, 2, 510}},
+       {{"Attribute", coltype::kByte, 1, 1},   {"Expression", coltype::kMemo, 5, 0},
+        {"Flag", coltype::kInteger, 6, 2},     {"LvExtra", coltype::kLong, 7, 4},
+        {"Name1", coltype::kText, 3, 510},     {"Name2", coltype::kText, 4, 510},
+        {"ObjectId", coltype::kLong, 0, 4},    {"Order", coltype::kBinary, 2, 510}},
        {{"ObjectIdAttribute", {0, 1, 2}, idxflag::kUnique, true, 0}}},
       {"MSysRelationships",
        {{"ccolumn", coltype::kLong, 2, 4},
@@ -131,8 +119,7 @@ DateTime now() {
   std::time_t t = std::time(nullptr);
   std::tm tm{};
   gmtime_r(&t, &tm);
-  return fromCivil(
-      {tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec});
+  return fromCivil({tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec});
 }
 
 void putName(std::vector<uint8_t>& out, const std::string& name) {
@@ -150,8 +137,7 @@ void putName(std::vector<uint8_t>& out, const std::string& name) {
 
 template <typename T>
 void put(std::vector<uint8_t>& out, size_t at, T v) {
-  for (size_t i = 0; i < sizeof(T); ++i)
-    out[at + i] = static_cast<uint8_t>(static_cast<uint64_t>(v) >> (8 * i));
+  for (size_t i = 0; i < sizeof(T); ++i) out[at + i] = static_cast<uint8_t>(static_cast<uint64_t>(v) >> (8 * i));
 }
 
 // Numbers, variable slots and fixed offsets follow the column numbers:
@@ -299,8 +285,7 @@ uint32_t newDataPage(Database& db, uint32_t tdef) {
   std::memset(p, 0, fmt.pageSize);
   p[0] = page::kData;
   p[1] = 0x01;
-  put16le(p + fmt.dataFreeSpaceOffset,
-          static_cast<uint16_t>(fmt.pageSize - fmt.dataRowTableOffset));
+  put16le(p + fmt.dataFreeSpaceOffset, static_cast<uint16_t>(fmt.pageSize - fmt.dataRowTableOffset));
   put32le(p + fmt.dataTdefOffset, tdef);
   return n;
 }
@@ -312,8 +297,7 @@ class MapRows {
     // Continue on the last such page that has room, if any.
     for (uint32_t n = db.pageCount(); n-- > 2;) {
       Bytes pg = db.page(n);
-      if (pg[0] == page::kData && u32le(&pg[db.format().dataTdefOffset]) == 0 &&
-          !db.pageIsFree(n)) {
+      if (pg[0] == page::kData && u32le(&pg[db.format().dataTdefOffset]) == 0 && !db.pageIsFree(n)) {
         page_ = n;
         break;
       }
@@ -387,7 +371,8 @@ std::vector<uint8_t> headerPage() {
   std::memcpy(&created, &kCreationDateBits, 8);
   uint8_t mask[4];
   put32le(mask, static_cast<uint32_t>(static_cast<int32_t>(created)));
-  for (int i = 0; i < header::kJet4PasswordSize; ++i) p[header::kPasswordOffset + i] = mask[i % 4];
+  for (int i = 0; i < header::kJet4PasswordSize; ++i)
+    p[header::kPasswordOffset + i] = mask[i % 4];
   p[0x6A] = kIdentityWord[0];
   p[0x6B] = kIdentityWord[1];
   put16le(&p[header::kJet4SortOrderOffset], kGeneralSort);
@@ -409,8 +394,7 @@ std::vector<uint8_t> globalMapPage() {
   // Row 0: the global map, every page past the first two free; row 1: an
   // empty map the engine keeps beside it.
   std::vector<uint8_t> map(kUsageMapRowSize, 0);
-  for (size_t bit = 2; bit < 64 * 8; ++bit)
-    map[5 + bit / 8] |= static_cast<uint8_t>(1 << (bit % 8));
+  for (size_t bit = 2; bit < 64 * 8; ++bit) map[5 + bit / 8] |= static_cast<uint8_t>(1 << (bit % 8));
   std::vector<uint8_t> spare(kUsageMapRowSize, 0);
   uint32_t end = fmt.pageSize;
   copyBytes(&p[end - map.size()], map.data(), map.size());
@@ -436,8 +420,7 @@ TableDef systemDefinition(const SysTable& s, uint32_t tdefPage) {
     c.number = sc.number;
     c.length = sc.length;
     bool fixed = fixedSizeOf(sc.type) > 0 || sc.type == coltype::kBoolean;
-    c.flags =
-        static_cast<uint8_t>(kSysColumnFlag | colflag::kNullable | (fixed ? colflag::kFixed : 0));
+    c.flags = static_cast<uint8_t>(kSysColumnFlag | colflag::kNullable | (fixed ? colflag::kFixed : 0));
     if (sc.type == coltype::kBinary && sc.name != std::string("RmtInfoShort") &&
         sc.name != std::string("Order"))
       c.flags |= kBinaryColumnFlag;
@@ -495,28 +478,22 @@ std::vector<Value> rowOf(const TableDef& t,
 std::vector<Value> catalogRow(const TableDef& objects, int32_t id, int32_t parent,
                               const std::string& name, int type, int32_t flags, const Blob& owner,
                               DateTime when) {
-  return rowOf(objects, {{"Id", id},
-                         {"ParentId", parent},
-                         {"Name", name},
-                         {"Type", type},
-                         {"DateCreate", when},
-                         {"DateUpdate", when},
-                         {"Owner", owner},
+  return rowOf(objects, {{"Id", id}, {"ParentId", parent}, {"Name", name}, {"Type", type},
+                         {"DateCreate", when}, {"DateUpdate", when}, {"Owner", owner},
                          {"Flags", flags}});
 }
 
 std::vector<Value> aceRow(const TableDef& aces, int32_t object, const Blob& sid, int32_t acm,
                           bool inheritable) {
-  return rowOf(aces,
-               {{"ObjectId", object}, {"SID", sid}, {"ACM", acm}, {"FInheritable", inheritable}});
+  return rowOf(aces, {{"ObjectId", object}, {"SID", sid}, {"ACM", acm}, {"FInheritable", inheritable}});
 }
 
 }  // namespace
 
 std::unique_ptr<Database> createDatabase(std::unique_ptr<PageStore> store) {
-  if (!store || !store->writable()) badSpec("a new database needs a writable file");
-  if (store->size() != 0)
-    badSpec(store->name() + ": not empty; a new database needs an empty file");
+  if (!store || !store->writable())
+    badSpec("a new database needs a writable file");
+  if (store->size() != 0) badSpec(store->name() + ": not empty; a new database needs an empty file");
   std::vector<uint8_t> first = headerPage();
   std::vector<uint8_t> second = globalMapPage();
   store->write(0, first);
@@ -539,8 +516,7 @@ std::unique_ptr<Database> createDatabase(std::unique_ptr<PageStore> store) {
   }
   for (TableDef& t : defs) attachStorage(d, maps, t);
   for (size_t i = 0; i < defs.size(); ++i)
-    writeDefinition(d, defs[i].tdefPage,
-                    encodeDefinition(fmt, defs[i], orderByName(defs[i], systemTables()[i])));
+    writeDefinition(d, defs[i].tdefPage, encodeDefinition(fmt, defs[i], orderByName(defs[i], systemTables()[i])));
 
   d.allowSystemTableWrites(true);
   const TableDef& objects = d.tableAtPage(kCatalogTdefPage, "MSysObjects");
@@ -548,16 +524,15 @@ std::unique_ptr<Database> createDatabase(std::unique_ptr<PageStore> store) {
   DateTime when = now();
   d.insertRow(objects, catalogRow(objects, kTablesId, kRootId, "Tables", objtype::kContainer,
                                   kSystemObject, kEngineSid, when));
-  d.insertRow(objects, catalogRow(objects, kDatabasesId, kRootId, "Databases", objtype::kContainer,
-                                  kSystemObject, kEngineSid, when));
+  d.insertRow(objects, catalogRow(objects, kDatabasesId, kRootId, "Databases",
+                                  objtype::kContainer, kSystemObject, kEngineSid, when));
   d.insertRow(objects, catalogRow(objects, kRelationshipsId, kRootId, "Relationships",
                                   objtype::kContainer, kSystemObject, kEngineSid, when));
   d.insertRow(objects, catalogRow(objects, kMSysDbId, kDatabasesId, "MSysDb", objtype::kDatabase,
                                   kSystemObject, kAdminSid, when));
   for (size_t i = 0; i < defs.size(); ++i)
-    d.insertRow(objects,
-                catalogRow(objects, static_cast<int32_t>(tdefs[i]), kTablesId, defs[i].name,
-                           objtype::kTable, kSystemObject, kEngineSid, when));
+    d.insertRow(objects, catalogRow(objects, static_cast<int32_t>(tdefs[i]), kTablesId,
+                                    defs[i].name, objtype::kTable, kSystemObject, kEngineSid, when));
 
   // Permissions, as the engine grants them in a database it makes.
   const int32_t objectsId = static_cast<int32_t>(tdefs[0]), acesId = static_cast<int32_t>(tdefs[1]),
@@ -569,25 +544,17 @@ std::unique_ptr<Database> createDatabase(std::unique_ptr<PageStore> store) {
     bool inheritable;
   };
   const Ace grants[] = {
-      {objectsId, kAdminSid, 393216, false},
-      {acesId, kAdminSid, 393216, false},
-      {queriesId, kAdminSid, 393216, false},
-      {relsId, kAdminSid, 917504, false},
-      {kTablesId, kCreatorSid, 983294, true},
-      {kTablesId, kAdminSid, 393217, false},
-      {kRelationshipsId, kCreatorSid, 983294, true},
-      {kRelationshipsId, kAdminSid, 393217, false},
-      {kDatabasesId, kAdminSid, 393216, false},
-      {kMSysDbId, kAdminSid, 393230, false},
-      {kMSysDbId, kUsersSid, 14, false},
-      {queriesId, kUsersSid, 20, false},
-      {relsId, kUsersSid, 20, false},
-      {objectsId, kUsersSid, 20, false},
+      {objectsId, kAdminSid, 393216, false},      {acesId, kAdminSid, 393216, false},
+      {queriesId, kAdminSid, 393216, false},      {relsId, kAdminSid, 917504, false},
+      {kTablesId, kCreatorSid, 983294, true},     {kTablesId, kAdminSid, 393217, false},
+      {kRelationshipsId, kCreatorSid, 983294, true}, {kRelationshipsId, kAdminSid, 393217, false},
+      {kDatabasesId, kAdminSid, 393216, false},   {kMSysDbId, kAdminSid, 393230, false},
+      {kMSysDbId, kUsersSid, 14, false},          {queriesId, kUsersSid, 20, false},
+      {relsId, kUsersSid, 20, false},             {objectsId, kUsersSid, 20, false},
       {kTablesId, kUsersSid, kFullTableRights, true},
       {kRelationshipsId, kUsersSid, 1048575, true},
   };
-  for (const Ace& a : grants)
-    d.insertRow(aces, aceRow(aces, a.object, a.sid, a.acm, a.inheritable));
+  for (const Ace& a : grants) d.insertRow(aces, aceRow(aces, a.object, a.sid, a.acm, a.inheritable));
   d.allowSystemTableWrites(false);
   d.refreshCatalog();
   return db;
@@ -609,8 +576,7 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
   t.tableType = kTableTypeUser;
   for (size_t i = 0; i < spec.columns.size(); ++i) {
     const ColumnSpec& cs = spec.columns[i];
-    if (cs.name.empty() || cs.name.size() > 64)
-      badSpec("table '" + spec.name + "': a column needs a name");
+    if (cs.name.empty() || cs.name.size() > 64) badSpec("table '" + spec.name + "': a column needs a name");
     for (size_t k = 0; k < i; ++k)
       if (sameName(spec.columns[k].name, cs.name))
         badSpec("table '" + spec.name + "' has two columns named '" + cs.name + "'");
@@ -634,15 +600,11 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
         c.sortOrder = kGeneralSort;
         break;
       case coltype::kBinary:
-        if (cs.size < 1 || cs.size > 510)
-          badSpec("column '" + cs.name + "': binary size must be 1 to 510");
+        if (cs.size < 1 || cs.size > 510) badSpec("column '" + cs.name + "': binary size must be 1 to 510");
         c.length = cs.size;
         break;
-      case coltype::kOle:
-        break;
-      case coltype::kBoolean:
-        c.length = 1;
-        break;
+      case coltype::kOle: break;
+      case coltype::kBoolean: c.length = 1; break;
       case coltype::kDecimal:
         if (cs.precision < 1 || cs.precision > 28 || cs.scale > cs.precision)
           badSpec("column '" + cs.name + "': bad precision or scale");
@@ -651,13 +613,11 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
         c.length = 17;
         break;
       default:
-        if (fixedSizeOf(cs.type) == 0)
-          badSpec("column '" + cs.name + "': unknown type " + std::to_string(cs.type));
+        if (fixedSizeOf(cs.type) == 0) badSpec("column '" + cs.name + "': unknown type " + std::to_string(cs.type));
         c.length = static_cast<uint16_t>(fixedSizeOf(cs.type));
     }
     if (cs.autoNumber) {
-      if (cs.type != coltype::kLong)
-        badSpec("column '" + cs.name + "': only Long columns number themselves");
+      if (cs.type != coltype::kLong) badSpec("column '" + cs.name + "': only Long columns number themselves");
       c.flags |= colflag::kAutoLong;
     }
     t.columns.push_back(c);
@@ -683,10 +643,9 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
     }
     bool primary = is.primary;
     primaries += primary;
-    ri.flags =
-        static_cast<uint8_t>(idxflag::kJet4Always | (primary || is.unique ? idxflag::kUnique : 0) |
-                             (is.ignoreNulls ? idxflag::kIgnoreNulls : 0) |
-                             (primary || is.required ? idxflag::kRequired : 0));
+    ri.flags = static_cast<uint8_t>(idxflag::kJet4Always | (primary || is.unique ? idxflag::kUnique : 0) |
+                                    (is.ignoreNulls ? idxflag::kIgnoreNulls : 0) |
+                                    (primary || is.required ? idxflag::kRequired : 0));
     t.realIndexes.push_back(ri);
     LogicalIndex li;
     li.name = is.name;
@@ -742,8 +701,7 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
     for (const auto& [sid, acm, inh] : container) {
       if (!inh) continue;
       Blob who = onTables.count(sid) || sid == owner ? sid : owner;  // the creator entry
-      auto it =
-          std::find_if(grants.begin(), grants.end(), [&](const auto& g) { return g.first == who; });
+      auto it = std::find_if(grants.begin(), grants.end(), [&](const auto& g) { return g.first == who; });
       if (it == grants.end()) {
         grants.emplace_back(who, acm);
       } else {

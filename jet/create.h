@@ -22,9 +22,9 @@ namespace jet {
 
 struct ColumnSpec {
   std::string name;
-  uint8_t type = coltype::kText;      // a coltype:: constant
-  uint16_t size = 0;                  // Text: characters (1..255); Binary: bytes; ignored otherwise
-  bool autoNumber = false;            // Long only
+  uint8_t type = coltype::kText;  // a coltype:: constant
+  uint16_t size = 0;  // Text: characters (1..255); Binary: bytes; ignored otherwise
+  bool autoNumber = false;  // Long only
   uint8_t precision = 18, scale = 0;  // Decimal only
 };
 

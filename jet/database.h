@@ -258,9 +258,9 @@ class Database {
   std::optional<std::vector<CatalogEntry>> catalog_;
   std::map<uint32_t, std::unique_ptr<TableDef>> tables_;
   std::vector<Frame> frames_;
-  std::vector<std::unique_ptr<uint8_t[]>> spare_;    // page buffers for undo images
-  std::map<uint32_t, uint32_t> lastDataPage_;        // table -> page the last row went to
-  std::map<uint64_t, uint32_t> lvalPage_;            // (table, column) -> page long values go to
+  std::vector<std::unique_ptr<uint8_t[]>> spare_;  // page buffers for undo images
+  std::map<uint32_t, uint32_t> lastDataPage_;  // table -> page the last row went to
+  std::map<uint64_t, uint32_t> lvalPage_;  // (table, column) -> page long values go to
   std::map<uint32_t, std::string> writableVerdict_;  // table -> whyNotWritable()
   std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter> indexCache_;
   bool systemWrites_ = false;

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <optional>
 
-#include "jet/bytes.h"
 #include "jet/database.h"
+#include "jet/bytes.h"
 #include "jet/error.h"
 
 namespace jet {
@@ -304,8 +304,8 @@ void Database::addToUsageMap(uint32_t packed, uint32_t pageNo) {
       const uint64_t perPage = (static_cast<uint64_t>(fmt_->pageSize) - kUsageMapPageHeader) * 8;
       const size_t slots = (map.size() - 1) / 4;
       if (*hi / perPage >= slots)
-        throw JetError(JetError::Kind::kUnsupported,
-                       "usage map cannot reach page " + std::to_string(*hi));
+        throw JetError(JetError::Kind::kUnsupported, "usage map cannot reach page " +
+                                                         std::to_string(*hi));
       row[0] = kUsageMapReference;
       std::vector<uint32_t> mapPages(slots, 0);
       for (uint32_t p : pages) {

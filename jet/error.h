@@ -20,7 +20,8 @@ class JetError : public std::runtime_error {
     kDuplicate,    // a unique index would hold a key twice (Jet's error 3022)
   };
 
-  JetError(Kind kind, std::string message) : std::runtime_error(message), kind_(kind) {}
+  JetError(Kind kind, std::string message)
+      : std::runtime_error(message), kind_(kind) {}
 
   Kind kind() const { return kind_; }
 

@@ -22,16 +22,16 @@ constexpr uint8_t kUsageMap = 0x05;
 // Database header (page 0).
 namespace header {
 constexpr int kVersionOffset = 0x14;
-constexpr int kMaskedOffset = 0x18;  // start of the masked area
+constexpr int kMaskedOffset = 0x18;    // start of the masked area
 constexpr int kJet3MaskedSize = 126;
 constexpr int kJet4MaskedSize = 128;
 constexpr int kJet3SortOrderOffset = 0x3A;  // 2 bytes
-constexpr int kCodePageOffset = 0x3C;       // 2 bytes
-constexpr int kEncodingKeyOffset = 0x3E;    // 4 bytes; non-zero: pages are encrypted
+constexpr int kCodePageOffset = 0x3C;        // 2 bytes
+constexpr int kEncodingKeyOffset = 0x3E;     // 4 bytes; non-zero: pages are encrypted
 constexpr int kPasswordOffset = 0x42;
 constexpr int kJet3PasswordSize = 20;
 constexpr int kJet4PasswordSize = 40;
-constexpr int kJet4SortOrderOffset = 0x6E;     // 2 bytes language id, byte 3 is the version
+constexpr int kJet4SortOrderOffset = 0x6E;  // 2 bytes language id, byte 3 is the version
 constexpr int kJet4CreationDateOffset = 0x72;  // 8-byte double
 constexpr uint32_t kMaskKey = 0x6b39dac7;      // RC4 key of the masked area
 constexpr char kFormatId[] = "Standard Jet DB";
@@ -180,8 +180,8 @@ struct Format {
   int logicalIndexSkipAfter;
 
   // Rows.
-  int rowColumnCountSize;  // 1 or 2
-  int rowVarOffsetSize;    // 1 or 2
+  int rowColumnCountSize;   // 1 or 2
+  int rowVarOffsetSize;     // 1 or 2
   int maxRowSize;
   int maxRowsPerPage;
 
@@ -202,124 +202,24 @@ struct Format {
   int maxLongValueRowSize;
 };
 
-inline constexpr Format kJet3Format{Version::kJet3,
-                                    2048,
-                                    header::kJet3MaskedSize,
-                                    2,
-                                    4,
-                                    8,
-                                    10,
-                                    4,
-                                    8,
-                                    12,
-                                    16,
-                                    20,
-                                    21,
-                                    23,
-                                    25,
-                                    27,
-                                    31,
-                                    35,
-                                    39,
-                                    43,
-                                    8,
-                                    18,
-                                    0,
-                                    1,
-                                    3,
-                                    5,
-                                    9,
-                                    11,
-                                    11,
-                                    12,
-                                    13,
-                                    -1,
-                                    14,
-                                    16,
-                                    1,
-                                    39,
-                                    0,
-                                    0,
-                                    0,
-                                    20,
-                                    0,
-                                    0,
-                                    1,
-                                    1,
-                                    2012,
-                                    255,
-                                    2,
-                                    4,
-                                    8,
-                                    12,
-                                    16,
-                                    20,
-                                    1,
-                                    22,
-                                    226,
-                                    128,
-                                    1,
-                                    64,
-                                    2032};
+inline constexpr Format kJet3Format{
+    Version::kJet3, 2048, header::kJet3MaskedSize,
+    2, 4, 8, 10,
+    4, 8, 12, 16, 20, 21, 23, 25, 27, 31, 35, 39, 43, 8,
+    18, 0, 1, 3, 5, 9, 11, 11, 12, 13, -1, 14, 16,
+    1, 39, 0, 0, 0, 20, 0, 0,
+    1, 1, 2012, 255,
+    2, 4, 8, 12, 16, 20, 1, 22, 226,
+    128, 1, 64, 2032};
 
-inline constexpr Format kJet4Format{Version::kJet4,
-                                    4096,
-                                    header::kJet4MaskedSize,
-                                    2,
-                                    4,
-                                    12,
-                                    14,
-                                    4,
-                                    8,
-                                    16,
-                                    20,
-                                    40,
-                                    41,
-                                    43,
-                                    45,
-                                    47,
-                                    51,
-                                    55,
-                                    59,
-                                    63,
-                                    12,
-                                    25,
-                                    0,
-                                    5,
-                                    7,
-                                    9,
-                                    11,
-                                    -1,
-                                    11,
-                                    12,
-                                    15,
-                                    16,
-                                    21,
-                                    23,
-                                    2,
-                                    52,
-                                    4,
-                                    4,
-                                    5,
-                                    28,
-                                    4,
-                                    4,
-                                    2,
-                                    2,
-                                    4060,
-                                    255,
-                                    2,
-                                    4,
-                                    12,
-                                    16,
-                                    20,
-                                    24,
-                                    2,
-                                    27,
-                                    453,
-                                    64,
-                                    2,
-                                    64,
-                                    4076};
+inline constexpr Format kJet4Format{
+    Version::kJet4, 4096, header::kJet4MaskedSize,
+    2, 4, 12, 14,
+    4, 8, 16, 20, 40, 41, 43, 45, 47, 51, 55, 59, 63, 12,
+    25, 0, 5, 7, 9, 11, -1, 11, 12, 15, 16, 21, 23,
+    2, 52, 4, 4, 5, 28, 4, 4,
+    2, 2, 4060, 255,
+    2, 4, 12, 16, 20, 24, 2, 27, 453,
+    64, 2, 64, 4076};
 
 }  // namespace jet

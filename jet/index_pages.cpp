@@ -24,7 +24,7 @@ IndexPage Database::readIndexPage(uint32_t n) {
     ip.next = u32le(&pg[fmt_->indexNextPageOffset]);
     ip.tail = u32le(&pg[fmt_->indexTailPageOffset]);
     ip.prefixLength = fmt_->indexPrefixLengthSize == 1 ? pg[fmt_->indexPrefixLengthOffset]
-                                                       : u16le(&pg[fmt_->indexPrefixLengthOffset]);
+                                                        : u16le(&pg[fmt_->indexPrefixLengthOffset]);
 
     const size_t maskPos = fmt_->indexEntryMaskOffset;
     const size_t dataPos = maskPos + fmt_->indexEntryMaskSize;
@@ -41,8 +41,8 @@ IndexPage Database::readIndexPage(uint32_t n) {
         if (!(m & (1 << b))) continue;
         size_t end = i * 8 + b;
         if (dataPos + end > fmt_->pageSize)
-          throwCorrupt(
-              n, "index entry ends at " + std::to_string(dataPos + end) + ", past end of page");
+          throwCorrupt(n, "index entry ends at " + std::to_string(dataPos + end) +
+                              ", past end of page");
         if (end <= last) throwCorrupt(n, "empty index entry at " + std::to_string(dataPos + last));
         Bytes stored = pg.subspan(dataPos + last, end - last);
         std::vector<uint8_t> full;
@@ -58,8 +58,8 @@ IndexPage Database::readIndexPage(uint32_t n) {
         }
         expanded += full.size();
         if (expanded > maxExpanded)
-          throwCorrupt(
-              n, "index entries expand to more than " + std::to_string(maxExpanded) + " bytes");
+          throwCorrupt(n, "index entries expand to more than " + std::to_string(maxExpanded) +
+                              " bytes");
         if (full.size() < pointerSize)
           throwCorrupt(n, "index entry of " + std::to_string(full.size()) +
                               " bytes has no room for its row pointer");
@@ -84,8 +84,8 @@ std::vector<IndexEntry> Database::readIndex(const RealIndex& index) {
     // Depth-first: each node entry's child, then the node's tail page, which
     // holds the entries past the node's last key.
     std::function<void(uint32_t, int)> visit = [&](uint32_t n, int depth) {
-      if (depth > kMaxIndexDepth)
-        throwCorrupt(n, "index tree deeper than " + std::to_string(kMaxIndexDepth) + " levels");
+      if (depth > kMaxIndexDepth) throwCorrupt(n, "index tree deeper than " +
+                                                      std::to_string(kMaxIndexDepth) + " levels");
       if (!seen.insert(n).second) throwCorrupt(n, "index page reached twice (a loop in the tree)");
       IndexPage ip = readIndexPage(n);
       if (ip.leaf) {

@@ -14,8 +14,8 @@
 #include <map>
 #include <set>
 
-#include "jet/bytes.h"
 #include "jet/database.h"
+#include "jet/bytes.h"
 #include "jet/error.h"
 
 namespace jet {
@@ -66,10 +66,7 @@ size_t commonPrefix(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b
 class Editor {
  public:
   Editor(Database& db, std::map<uint32_t, Node>& cache, const TableDef& t, const RealIndex& ri)
-      : db_(db),
-        fmt_(db.format()),
-        t_(t),
-        ri_(ri),
+      : db_(db), fmt_(db.format()), t_(t), ri_(ri),
         capacity_(fmt_.pageSize - fmt_.indexEntryMaskOffset - fmt_.indexEntryMaskSize),
         nodes_(cache) {}
 
@@ -186,7 +183,8 @@ class Editor {
       tail.child = ip.tail;
       node.entries.push_back(std::move(tail));
     }
-    if (!node.leaf && node.entries.empty()) throwCorrupt(n, "index node page without children");
+    if (!node.leaf && node.entries.empty())
+      throwCorrupt(n, "index node page without children");
     return nodes_.emplace(n, std::move(node)).first->second;
   }
 
@@ -216,11 +214,10 @@ class Editor {
 
   size_t encodedSize(const Node& node) const {
     const size_t ptr = node.leaf ? 4 : 8;
-    size_t stored =
-        node.leaf || node.entries.size() <= 1 ? node.entries.size() : node.entries.size() - 1;
+    size_t stored = node.leaf || node.entries.size() <= 1 ? node.entries.size()
+                                                          : node.entries.size() - 1;
     if (stored == 0) return 0;
-    size_t prefix =
-        stored > 1 ? commonPrefix(node.entries[0].key, node.entries[stored - 1].key) : 0;
+    size_t prefix = stored > 1 ? commonPrefix(node.entries[0].key, node.entries[stored - 1].key) : 0;
     size_t total = 0;
     for (size_t i = 0; i < stored; ++i) total += node.entries[i].key.size() + ptr;
     return total - prefix * (stored - 1);
@@ -461,15 +458,15 @@ void Database::indexInsert(const TableDef& t, const RealIndex& ri, std::vector<u
   ed.write();
 }
 
-void Database::indexRemove(const TableDef& t, const RealIndex& ri, const std::vector<uint8_t>& key,
-                           RowId id) {
+void Database::indexRemove(const TableDef& t, const RealIndex& ri,
+                           const std::vector<uint8_t>& key, RowId id) {
   Editor ed(*this, nodeCache(indexCache_), t, ri);
   ed.remove(key, id);
   ed.write();
 }
 
 std::vector<RowId> Database::indexLookup(const TableDef& t, const RealIndex& ri,
-                                         const std::vector<uint8_t>& key) {
+                                        const std::vector<uint8_t>& key) {
   return guarded([&] {
     Editor ed(*this, nodeCache(indexCache_), t, ri);
     return ed.rowsWithKey(key);

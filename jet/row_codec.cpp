@@ -35,7 +35,8 @@ int32_t wholeInRange(const ColumnDef& c, const Value& v, double lo, double hi) {
     // Printed as the double it is: 1e300 has no integer to be cast to.
     char text[32];
     const auto printed = std::to_chars(text, text + sizeof text, d);
-    badValue(c, "value " + std::string(text, printed.ptr) + " does not fit a " + typeName(c.type));
+    badValue(c, "value " + std::string(text, printed.ptr) + " does not fit a " +
+                    typeName(c.type));
   }
   return static_cast<int32_t>(d);
 }
@@ -57,12 +58,9 @@ Value coerceValue(const Format& fmt, const ColumnDef& c, const Value& v) {
       if (asNumber(v, d)) return d != 0;
       badValue(c, "a Boolean needs true or false");
     }
-    case coltype::kByte:
-      return wholeInRange(c, v, 0, 255);
-    case coltype::kInteger:
-      return wholeInRange(c, v, -32768, 32767);
-    case coltype::kLong:
-      return wholeInRange(c, v, -2147483648.0, 2147483647.0);
+    case coltype::kByte: return wholeInRange(c, v, 0, 255);
+    case coltype::kInteger: return wholeInRange(c, v, -32768, 32767);
+    case coltype::kLong: return wholeInRange(c, v, -2147483648.0, 2147483647.0);
     case coltype::kCurrency: {
       if (auto p = std::get_if<Currency>(&v)) return *p;
       double d;
@@ -156,18 +154,10 @@ std::vector<uint8_t> encodeFixedOrText(const Format& fmt, const ColumnDef& c, co
   std::vector<uint8_t> out(storedFixedSize(c));
   uint8_t* p = out.data();
   switch (c.type) {
-    case coltype::kByte:
-      p[0] = static_cast<uint8_t>(std::get<int32_t>(v));
-      break;
-    case coltype::kInteger:
-      put16le(p, static_cast<uint16_t>(std::get<int32_t>(v)));
-      break;
-    case coltype::kLong:
-      put32le(p, static_cast<uint32_t>(std::get<int32_t>(v)));
-      break;
-    case coltype::kCurrency:
-      put64le(p, static_cast<uint64_t>(std::get<Currency>(v).units));
-      break;
+    case coltype::kByte: p[0] = static_cast<uint8_t>(std::get<int32_t>(v)); break;
+    case coltype::kInteger: put16le(p, static_cast<uint16_t>(std::get<int32_t>(v))); break;
+    case coltype::kLong: put32le(p, static_cast<uint32_t>(std::get<int32_t>(v))); break;
+    case coltype::kCurrency: put64le(p, static_cast<uint64_t>(std::get<Currency>(v).units)); break;
     case coltype::kSingle: {
       float f = std::get<float>(v);
       uint32_t u;
@@ -183,9 +173,7 @@ std::vector<uint8_t> encodeFixedOrText(const Format& fmt, const ColumnDef& c, co
       put64le(p, u);
       break;
     }
-    case coltype::kGuid:
-      std::memcpy(p, std::get<Guid>(v).bytes.data(), 16);
-      break;
+    case coltype::kGuid: std::memcpy(p, std::get<Guid>(v).bytes.data(), 16); break;
     case coltype::kDecimal: {
       const Decimal& d = std::get<Decimal>(v);
       p[0] = d.negative ? 0x80 : 0x00;

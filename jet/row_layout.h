@@ -12,10 +12,10 @@
 namespace jet {
 
 struct RowLayout {
-  unsigned numCols = 0;              // columns the row was written with
-  Bytes nullMask;                    // one bit per column number; 1 = present
-  std::vector<uint16_t> varOffsets;  // one per variable slot, plus the end
-  size_t metaStart = 0;              // first byte of the trailing tables
+  unsigned numCols = 0;             // columns the row was written with
+  Bytes nullMask;                   // one bit per column number; 1 = present
+  std::vector<uint16_t> varOffsets; // one per variable slot, plus the end
+  size_t metaStart = 0;             // first byte of the trailing tables
 
   // Checks the row's structure; `page` names the row's page in errors.
   static RowLayout of(const Format& fmt, const TableDef& t, Bytes row, uint32_t page);

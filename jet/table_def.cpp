@@ -31,58 +31,36 @@ std::string readName(ByteCursor& c, const Format& fmt, uint16_t codePage) {
 
 int fixedSizeOf(uint8_t type) {
   switch (type) {
-    case coltype::kByte:
-      return 1;
-    case coltype::kInteger:
-      return 2;
+    case coltype::kByte: return 1;
+    case coltype::kInteger: return 2;
     case coltype::kLong:
-    case coltype::kSingle:
-      return 4;
+    case coltype::kSingle: return 4;
     case coltype::kCurrency:
     case coltype::kDouble:
-    case coltype::kDateTime:
-      return 8;
-    case coltype::kGuid:
-      return 16;
-    case coltype::kDecimal:
-      return 17;
-    default:
-      return 0;
+    case coltype::kDateTime: return 8;
+    case coltype::kGuid: return 16;
+    case coltype::kDecimal: return 17;
+    default: return 0;
   }
 }
 
 const char* typeName(uint8_t type) {
   switch (type) {
-    case coltype::kBoolean:
-      return "Boolean";
-    case coltype::kByte:
-      return "Byte";
-    case coltype::kInteger:
-      return "Integer";
-    case coltype::kLong:
-      return "Long";
-    case coltype::kCurrency:
-      return "Currency";
-    case coltype::kSingle:
-      return "Single";
-    case coltype::kDouble:
-      return "Double";
-    case coltype::kDateTime:
-      return "DateTime";
-    case coltype::kBinary:
-      return "Binary";
-    case coltype::kText:
-      return "Text";
-    case coltype::kOle:
-      return "OLE";
-    case coltype::kMemo:
-      return "Memo";
-    case coltype::kGuid:
-      return "GUID";
-    case coltype::kDecimal:
-      return "Decimal";
-    default:
-      return "Unknown";
+    case coltype::kBoolean: return "Boolean";
+    case coltype::kByte: return "Byte";
+    case coltype::kInteger: return "Integer";
+    case coltype::kLong: return "Long";
+    case coltype::kCurrency: return "Currency";
+    case coltype::kSingle: return "Single";
+    case coltype::kDouble: return "Double";
+    case coltype::kDateTime: return "DateTime";
+    case coltype::kBinary: return "Binary";
+    case coltype::kText: return "Text";
+    case coltype::kOle: return "OLE";
+    case coltype::kMemo: return "Memo";
+    case coltype::kGuid: return "GUID";
+    case coltype::kDecimal: return "Decimal";
+    default: return "Unknown";
   }
 }
 
@@ -114,8 +92,8 @@ TableDef parseTableDef(const Format& fmt, std::vector<uint8_t> raw, uint32_t pag
   if (raw.size() < static_cast<size_t>(fmt.tdefHeaderSize))
     throwCorrupt(page, "table definition shorter than its header");
   if (raw[0] != page::kTableDef)
-    throwCorrupt(page,
-                 "expected a table definition page, found page type " + std::to_string(raw[0]));
+    throwCorrupt(page, "expected a table definition page, found page type " +
+                           std::to_string(raw[0]));
   const uint8_t* p = raw.data();
   t.rowCount = u32le(p + fmt.tdefNumRowsOffset);
   t.nextAutoNumber = u32le(p + fmt.tdefAutoNumberOffset);
@@ -138,8 +116,8 @@ TableDef parseTableDef(const Format& fmt, std::vector<uint8_t> raw, uint32_t pag
     throwCorrupt(page, "variable column count " + std::to_string(t.varColumns) +
                            " exceeds maximum " + std::to_string(t.maxColumns));
   if (numReal > kMaxIndexes || numLogical > kMaxIndexes)
-    throwCorrupt(page,
-                 "bad index count " + std::to_string(numReal) + "/" + std::to_string(numLogical));
+    throwCorrupt(page, "bad index count " + std::to_string(numReal) + "/" +
+                           std::to_string(numLogical));
 
   ByteCursor c(raw, page, "table definition");
   c.seek(fmt.tdefHeaderSize);
@@ -185,8 +163,8 @@ TableDef parseTableDef(const Format& fmt, std::vector<uint8_t> raw, uint32_t pag
     int size = fixedSizeOf(col.type);
     if (col.isFixed() && size > 0 &&
         static_cast<size_t>(col.fixedOffset) + size > static_cast<size_t>(fmt.maxRowSize))
-      throwCorrupt(
-          page, "fixed column offset " + std::to_string(col.fixedOffset) + " past the largest row");
+      throwCorrupt(page, "fixed column offset " + std::to_string(col.fixedOffset) +
+                             " past the largest row");
   }
   for (uint32_t i = 0; i < numCols; ++i) {
     uint16_t cp = dbCodePage;

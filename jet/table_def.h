@@ -117,8 +117,8 @@ struct TableDef {
   uint8_t tableType = 0;
   uint16_t maxColumns = 0;
   uint16_t varColumns = 0;
-  uint32_t ownedPages = 0;         // packed RowId of the owned-pages usage map
-  uint32_t freeSpacePages = 0;     // packed RowId of the free-space usage map
+  uint32_t ownedPages = 0;      // packed RowId of the owned-pages usage map
+  uint32_t freeSpacePages = 0;  // packed RowId of the free-space usage map
   std::vector<ColumnDef> columns;  // ordered by column number
   std::vector<RealIndex> realIndexes;
   std::vector<LogicalIndex> indexes;

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <random>
 
-#include "jet/bytes.h"
 #include "jet/database.h"
+#include "jet/bytes.h"
 #include "jet/error.h"
 #include "jet/index_key.h"
 #include "jet/row_codec.h"
@@ -95,8 +95,7 @@ std::string Database::whyNotWritable(const TableDef& t) {
 
 void Database::requireWritable(const TableDef& t) {
   auto it = writableVerdict_.find(t.tdefPage);
-  if (it == writableVerdict_.end())
-    it = writableVerdict_.emplace(t.tdefPage, whyNotWritable(t)).first;
+  if (it == writableVerdict_.end()) it = writableVerdict_.emplace(t.tdefPage, whyNotWritable(t)).first;
   const std::string& why = it->second;
   if (!why.empty())
     throw JetError(JetError::Kind::kUnsupported, "cannot write to '" + t.name + "': " + why);
@@ -149,8 +148,7 @@ uint32_t Database::dataPageWithRoom(const TableDef& t, size_t rowSize) {
   uint8_t* p = mutablePage(n);
   p[0] = page::kData;
   p[1] = 0x01;
-  put16le(p + fmt_->dataFreeSpaceOffset,
-          static_cast<uint16_t>(fmt_->pageSize - fmt_->dataRowTableOffset));
+  put16le(p + fmt_->dataFreeSpaceOffset, static_cast<uint16_t>(fmt_->pageSize - fmt_->dataRowTableOffset));
   put32le(p + fmt_->dataTdefOffset, t.tdefPage);
   addToUsageMap(t.ownedPages, n);
   addToUsageMap(t.freeSpacePages, n);
@@ -322,7 +320,8 @@ RowId Database::insertRow(const TableDef& t, std::vector<Value> values) {
         }
         keys[k] = encodeIndexKey(*fmt_, t, ri, values);
         if (ri.unique() && !allNull && indexContainsKey(t, ri, keys[k], RowId{0, 0}))
-          throw JetError(JetError::Kind::kDuplicate, kDuplicateKeyText);
+          throw JetError(JetError::Kind::kDuplicate,
+                         kDuplicateKeyText);
       }
       std::vector<uint8_t> bytes = encodeRowFor(t, values);
       uint32_t pn = dataPageWithRoom(t, bytes.size());
@@ -421,12 +420,12 @@ void Database::updateRow(const TableDef& t, RowId id, std::vector<Value> values)
               throw JetError(JetError::Kind::kInvalid,
                              "column '" + t.columns[ic.column].name +
                                  "' cannot be Null: an index requires a value");
-        Change ch{&ri, encodeIndexKey(*fmt_, t, ri, oldValues),
-                  encodeIndexKey(*fmt_, t, ri, values), !(ri.ignoreNulls() && oldNull),
-                  !(ri.ignoreNulls() && newNull)};
+        Change ch{&ri, encodeIndexKey(*fmt_, t, ri, oldValues), encodeIndexKey(*fmt_, t, ri, values),
+                  !(ri.ignoreNulls() && oldNull), !(ri.ignoreNulls() && newNull)};
         if (ch.oldKey == ch.newKey && ch.wasIn == ch.isIn) continue;
         if (ri.unique() && ch.isIn && !newNull && indexContainsKey(t, ri, ch.newKey, id))
-          throw JetError(JetError::Kind::kDuplicate, kDuplicateKeyText);
+          throw JetError(JetError::Kind::kDuplicate,
+                         kDuplicateKeyText);
         changes.push_back(std::move(ch));
       }
       freeLongValues(t, oldBytes);

@@ -50,8 +50,8 @@ CivilTime toCivil(DateTime d);
 DateTime fromCivil(const CivilTime& t);
 
 std::string decimalToString(const Decimal& d);
-std::string currencyToString(Currency c);  // "12.3400"
-std::string guidToString(const Guid& g);   // "{0011...}"
-std::string dateToIso(DateTime d);         // "2024-05-01 13:45:00"
+std::string currencyToString(Currency c);   // "12.3400"
+std::string guidToString(const Guid& g);    // "{0011...}"
+std::string dateToIso(DateTime d);          // "2024-05-01 13:45:00"
 
 }  // namespace jet

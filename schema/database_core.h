@@ -24,7 +24,7 @@ namespace schema::detail {
 struct DatabaseCore {
   std::unique_ptr<jet::Database> db;
   std::string path;
-  DocumentLock lock;        // not held for a read-only open
+  DocumentLock lock;  // not held for a read-only open
   uint64_t session = 0;     // changes at every open and close
   uint64_t generation = 0;  // changes at every write and rollback; recordsets cache by it
   ErrorList errors;         // of the last failed operation
