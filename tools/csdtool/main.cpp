@@ -16,6 +16,7 @@
 #include "jet/check.h"
 #include "jet/database.h"
 #include "jet/error.h"
+#include "jet/journal.h"
 #include "schema/document_lock.h"
 #include "schema/engine_error.h"
 #include "schema/recordset.h"
@@ -230,7 +231,12 @@ int newFromTemplate(const std::vector<std::string>& args) {
       throw std::runtime_error(out + ": already exists (--force replaces it)");
     jet::Database::openFile(from)->userTableNames();  // a Jet database, or an error naming it
     schema::DocumentLock lock = lockForWriting(out);
-    copyIntoPlace(from, schema::resolveLinks(out), force);
+    // A journal a killed edit left beside the old document must not be
+    // played back into the new one.
+    const std::string target = schema::resolveLinks(out);
+    if (std::filesystem::exists(target)) jet::recoverJournal(target);
+    ::unlink(jet::journalPathFor(target).c_str());
+    copyIntoPlace(from, target, force);
   } catch (const schema::EngineError& e) {
     std::cerr << "csdtool: " << out << ": error " << e.number() << ": " << e.description() << "\n";
     return 1;
