@@ -31,4 +31,10 @@ void ExtentListWidget::updateGeometries() {
   updating_ = false;
 }
 
+void fillInOnePass(QListWidget* list, const QStringList& texts, const QList<int>& ids, int role) {
+  list->clear();
+  list->addItems(texts);
+  for (int i = 0; i < ids.size() && i < list->count(); ++i) list->item(i)->setData(role, ids[i]);
+}
+
 }  // namespace controls

@@ -10,8 +10,11 @@
 #include <QRandomGenerator>
 #include <QStringList>
 #include <cerrno>
+#include <cstring>
 #include <stdexcept>
 
+#include "jet/error.h"
+#include "jet/journal.h"
 #include "schema/document_lock.h"
 #include "schema/engine_error.h"
 
@@ -123,8 +126,14 @@ QString lockFilePath(const QString& workingCopy) {
 
 namespace {
 
-// Copies everything readable from `in` into `out` and syncs it.
-void copyContents(int in, int out) {
+// A journal beside a file is played back into it at its next open: one left
+// beside a file about to be replaced whole must go first.
+void removeJournalOf(const QByteArray& file) {
+  ::unlink(jet::journalPathFor(file.toStdString()).c_str());
+}
+
+// Copies everything readable from `in` into `out`, and syncs it when asked.
+void copyContents(int in, int out, bool sync) {
   char buffer[1 << 16];
   for (;;) {
     const ssize_t got = ::read(in, buffer, sizeof buffer);
@@ -143,7 +152,21 @@ void copyContents(int in, int out) {
     }
   }
   // A full disk may only show when the data is written out.
-  if (::fsync(out) != 0 && errno != EINVAL) fail(numberForErrno(errno, false));
+  if (sync && ::fsync(out) != 0 && errno != EINVAL) fail(numberForErrno(errno, false));
+}
+
+// Writes only the pages that differ, through the engine's rollback journal:
+// the document is the old one or the new one whatever happens, and a small
+// change to a large document costs a few pages of I/O.
+void saveInPlace(const QByteArray& source, const QByteArray& target) {
+  try {
+    jet::updateInPlace(source.toStdString(), target.toStdString());
+  } catch (const jet::JetError& e) {
+    const std::string what = e.what();
+    for (int code : {ENOSPC, EDQUOT, EACCES, EPERM, EROFS})
+      if (what.find(std::strerror(code)) != std::string::npos) fail(numberForErrno(code, false));
+    fail(75);
+  }
 }
 
 }  // namespace
@@ -154,7 +177,10 @@ void copyFile(const QString& source, const QString& destination) {
   if (in.get() < 0) fail(numberForErrno(errno, true));
   Fd out(::open(native(destination).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
   if (out.get() < 0) fail(numberForErrno(errno, false));
-  copyContents(in.get(), out.get());
+  removeJournalOf(native(destination));
+  // A working copy is thrown away when the program dies; its own journal
+  // guards its edits from here on, so the copy itself need not be synced.
+  copyContents(in.get(), out.get(), false);
   if (!out.release()) fail(numberForErrno(errno, false));
 }
 
@@ -176,6 +202,12 @@ void replaceFile(const QString& source, const QString& destination) {
 
   Fd in(::open(native(source).constData(), O_RDONLY | O_CLOEXEC));
   if (in.get() < 0) fail(numberForErrno(errno, true));
+  struct stat from {};
+  if (::fstat(in.get(), &from) != 0) fail(numberForErrno(errno, true));
+  if (exists && S_ISREG(existing.st_mode) && from.st_size >= existing.st_size) {
+    saveInPlace(native(source), targetName);
+    return;
+  }
 
   const QFileInfo info(QFile::decodeName(targetName));
   QByteArray pattern = native(info.absolutePath() + QStringLiteral("/.") + info.fileName() +
@@ -203,8 +235,9 @@ void replaceFile(const QString& source, const QString& destination) {
   } else {
     ::fchmod(out.get(), 0666 & ~currentUmask());
   }
-  copyContents(in.get(), out.get());
+  copyContents(in.get(), out.get(), true);
   if (!out.release()) fail(numberForErrno(errno, false));
+  removeJournalOf(targetName);
   if (::rename(pattern.constData(), targetName.constData()) != 0)
     fail(numberForErrno(errno, false));
   partial.keep = true;
@@ -261,6 +294,7 @@ void discardAbandonedCopy(const AbandonedCopy& copy) {
     schema::DocumentLock lock =
         schema::DocumentLock::acquire(native(copy.path).toStdString(), schema::LockHolder::self());
     QFile::remove(copy.path);
+    removeJournalOf(native(copy.path));
   } catch (const schema::EngineError&) {
     return;
   }

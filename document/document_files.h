@@ -32,16 +32,18 @@ QString createWorkingCopy(const QString& folder);
 // The working copy's name with its last three characters replaced by "ldb".
 QString lockFilePath(const QString& workingCopy);
 
-// Copies source to destination, overwritten in place when it exists: for
-// files of the program's own, such as a fresh working copy. FileError 52
+// Copies source to destination, overwritten in place when it exists, not
+// synced: for files of the program's own, such as a fresh working copy. FileError 52
 // for an empty name, 53 when the source is missing, 76 when the
 // destination's folder is, 70 when either may not be used, 61 when the disk
 // is full, 75 otherwise.
 void copyFile(const QString& source, const QString& destination);
 
 // Saves source as destination without ever leaving a half-written
-// destination: the copy goes to a hidden file beside it, is synced and then
-// renamed over it. An existing destination keeps its permissions and, where
+// destination. An existing destination no longer than source is written in
+// place, only the pages that differ, through the engine's rollback journal
+// (jet/journal.h); otherwise the copy goes to a hidden file beside it, is
+// synced and then renamed over it. An existing destination keeps its permissions and, where
 // the user may give it, its owner; through a chain of symbolic links the file
 // at its end is replaced. A read-only destination (schema::isReadOnlyFile)
 // is refused with 70 even where its folder is writable, a folder in its place

@@ -327,6 +327,7 @@ void DocumentLifecycle::deleteWorkingCopy() {
   releaseDocument();
   if (workingCopy_.isEmpty()) return;
   removeIfExists(workingCopy_);
+  removeIfExists(workingCopy_ + QStringLiteral("-journal"));
   removeIfExists(lockFilePath(workingCopy_));
 }
 

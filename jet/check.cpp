@@ -12,6 +12,27 @@
 namespace jet {
 namespace {
 
+// An order-free digest of a multiset of index entries: two sums of
+// independent 64-bit hashes of (key, row).
+struct Digest {
+  uint64_t a = 0, b = 0;
+  void add(const std::vector<uint8_t>& key, RowId row) {
+    uint64_t h1 = 0xcbf29ce484222325ull, h2 = 0x84222325cbf29ce4ull;
+    auto mix = [&](uint8_t byte) {
+      h1 = (h1 ^ byte) * 0x100000001b3ull;
+      h2 = (h2 + byte + 1) * 0x9e3779b97f4a7c15ull;
+      h2 ^= h2 >> 29;
+    };
+    for (uint8_t byte : key) mix(byte);
+    const uint32_t packed = row.pack();
+    for (int i = 0; i < 4; ++i) mix(static_cast<uint8_t>(packed >> (8 * i)));
+    mix(static_cast<uint8_t>(key.size()));
+    a += h1;
+    b += h2;
+  }
+  bool operator==(const Digest&) const = default;
+};
+
 class Checker {
  public:
   Checker(Database& db, bool exactCounts) : db_(db), fmt_(db.format()), exactCounts_(exactCounts) {}
@@ -97,9 +118,9 @@ class Checker {
     uint16_t raw = u16le(&pg[fmt_.dataRowTableOffset + 2 * at.row]);
     uint32_t start = raw & kRowOffsetMask;
     if (pg[start] == kUsageMapReference) {
-      uint32_t end = at.row == 0 ? fmt_.pageSize
-                                 : u16le(&pg[fmt_.dataRowTableOffset + 2 * (at.row - 1)]) &
-                                       kRowOffsetMask;
+      uint32_t end = at.row == 0
+                         ? fmt_.pageSize
+                         : u16le(&pg[fmt_.dataRowTableOffset + 2 * (at.row - 1)]) & kRowOffsetMask;
       for (uint32_t p = start + 1; p + 4 <= end; p += 4)
         if (uint32_t m = u32le(&pg[p])) used_.insert(m);
     }
@@ -124,34 +145,80 @@ class Checker {
     }
     for (uint32_t p : withSpace)
       if (!owned.count(p))
-        fault(name + ": free-space map lists page " + std::to_string(p) + ", which it does not own");
+        fault(name + ": free-space map lists page " + std::to_string(p) +
+              ", which it does not own");
     for (const ColumnUsageMaps& m : t.columnMaps) {
       for (uint32_t p : mapPages(m.ownedPages)) used_.insert(p);
       mapPages(m.freeSpacePages);
     }
 
-    std::map<RowId, std::vector<Value>> rows;
+    // One pass over the rows, holding none of them: each index's entries
+    // are compared with the keys the rows make through a count and an
+    // order-free digest of (key, row) pairs.
+    std::vector<IndexTally> tallies(t.realIndexes.size());
+    for (size_t k = 0; k < tallies.size(); ++k)
+      tallies[k].encodable = canEncodeIndex(fmt_, t, t.realIndexes[k], nullptr);
+    uint64_t rowCount = 0;
     db_.scanRows(t, [&](RowId id, Bytes row) {
+      ++rowCount;
       try {
-        rows[id] = db_.decodeRow(t, row);
+        std::vector<Value> values = db_.decodeRow(t, row);
         markLongValues(t, row);
+        checkAutoNumbers(t, values, name);
+        for (size_t k = 0; k < tallies.size(); ++k)
+          tallyRow(t, t.realIndexes[k], tallies[k], id, values, name);
       } catch (const JetError& e) {
         fault(name + ": " + e.what());
       }
       return true;
     });
-    if (user && rows.size() != t.rowCount)
+    if (user && rowCount != t.rowCount)
       fault(name + ": definition counts " + std::to_string(t.rowCount) + " rows, it holds " +
-            std::to_string(rows.size()));
+            std::to_string(rowCount));
+    for (size_t k = 0; k < tallies.size(); ++k)
+      checkIndex(t, t.realIndexes[k], tallies[k], rowCount);
+  }
+
+  // What the rows say an index must hold.
+  struct IndexTally {
+    bool encodable = true;
+    bool failed = false;  // a row's key could not be made; reported already
+    uint64_t count = 0;
+    Digest digest;
+    // Rows holding a character whose weights this engine has not learnt: a
+    // limit of the key builder, not a fault of the file. Their entries are
+    // only checked for being there (digested without their keys).
+    std::set<RowId> unbuildable;
+  };
+
+  void checkAutoNumbers(const TableDef& t, const std::vector<Value>& v, const std::string& name) {
     for (size_t i = 0; i < t.columns.size(); ++i) {
       if (!t.columns[i].isAutoNumber() || t.columns[i].type != coltype::kLong) continue;
-      for (const auto& [id, v] : rows)
-        if (auto p = std::get_if<int32_t>(&v[i]); p && *p > 0 &&
-                                                   static_cast<uint32_t>(*p) > t.nextAutoNumber)
-          fault(name + ": AutoNumber " + std::to_string(*p) + " in column '" +
-                t.columns[i].name + "' is past the counter " + std::to_string(t.nextAutoNumber));
+      if (auto p = std::get_if<int32_t>(&v[i]);
+          p && *p > 0 && static_cast<uint32_t>(*p) > t.nextAutoNumber)
+        fault(name + ": AutoNumber " + std::to_string(*p) + " in column '" + t.columns[i].name +
+              "' is past the counter " + std::to_string(t.nextAutoNumber));
     }
-    for (const RealIndex& ri : t.realIndexes) checkIndex(t, ri, rows);
+  }
+
+  void tallyRow(const TableDef& t, const RealIndex& ri, IndexTally& tally, RowId id,
+                const std::vector<Value>& values, const std::string& name) {
+    if (!tally.encodable || tally.failed) return;
+    bool allNull = true;
+    for (const IndexColumn& ic : ri.columns) allNull &= isNull(values[ic.column]);
+    if (allNull && ri.ignoreNulls()) return;
+    try {
+      tally.digest.add(encodeIndexKey(fmt_, t, ri, values), id);
+    } catch (const JetError& e) {
+      if (e.kind() != JetError::Kind::kUnsupported) {
+        fault(name + " index " + std::to_string(ri.number) + indexName(t, ri) + ": " + e.what());
+        tally.failed = true;
+        return;
+      }
+      tally.unbuildable.insert(id);
+      tally.digest.add({}, id);
+    }
+    ++tally.count;
   }
 
   void markLongValues(const TableDef& t, Bytes row) {
@@ -179,20 +246,48 @@ class Checker {
     unsigned count = u16le(&pg[fmt_.dataRowCountOffset]);
     if (at.row >= count) return std::nullopt;
     uint32_t start = u16le(&pg[fmt_.dataRowTableOffset + 2 * at.row]) & kRowOffsetMask;
-    uint32_t end = at.row == 0 ? fmt_.pageSize
-                               : u16le(&pg[fmt_.dataRowTableOffset + 2 * (at.row - 1)]) &
-                                     kRowOffsetMask;
+    uint32_t end = at.row == 0
+                       ? fmt_.pageSize
+                       : u16le(&pg[fmt_.dataRowTableOffset + 2 * (at.row - 1)]) & kRowOffsetMask;
     if (start > end || end > fmt_.pageSize) return std::nullopt;
     return pg.subspan(start, end - start);
   }
 
-  void checkIndex(const TableDef& t, const RealIndex& ri,
-                  const std::map<RowId, std::vector<Value>>& rows) {
+  void checkIndex(const TableDef& t, const RealIndex& ri, const IndexTally& tally,
+                  uint64_t rowCount) {
     const std::string name =
         "table '" + t.name + "' index " + std::to_string(ri.number) + indexName(t, ri);
     std::set<uint32_t> owned = mapPages(ri.usageMap);
     std::set<uint32_t> tree;
-    std::vector<IndexPage> leaves;
+    // Leaves are taken one at a time, in key order.
+    uint32_t lastLeaf = 0, lastLeafNext = 0;
+    bool anyLeaf = false, disordered = false;
+    IndexEntry last;
+    uint64_t stored = 0, distinct = 0;
+    Digest digest;
+    auto takeLeaf = [&](IndexPage& ip) {
+      if (ip.prev != lastLeaf || (anyLeaf && lastLeafNext != ip.number))
+        fault(name + ": leaf " + std::to_string(anyLeaf ? lastLeaf : ip.number) +
+              " is not linked to its neighbour " + std::to_string(ip.number));
+      anyLeaf = true;
+      lastLeaf = ip.number;
+      lastLeafNext = ip.next;
+      for (auto& e : ip.entries) {
+        if (stored > 0 && !disordered) {
+          if (!(last.key < e.key || (last.key == e.key && last.row < e.row))) {
+            fault(name + ": entries out of order at entry " + std::to_string(stored));
+            disordered = true;
+          } else if (ri.unique() && last.key == e.key && !allNull(t, ri, last.row)) {
+            fault(name + ": unique index holds a key twice (rows at page " +
+                  std::to_string(last.row.page) + " and page " + std::to_string(e.row.page) + ")");
+          }
+        }
+        if (stored == 0 || last.key != e.key) ++distinct;
+        digest.add(tally.unbuildable.count(e.row) ? std::vector<uint8_t>() : e.key, e.row);
+        ++stored;
+        last = {std::move(e.key), e.row};
+      }
+    };
     std::function<void(uint32_t, int)> visit = [&](uint32_t n, int depth) {
       if (depth > 32 || !tree.insert(n).second) {
         fault(name + ": page " + std::to_string(n) + " reached twice or too deep");
@@ -206,10 +301,10 @@ class Checker {
         bytes += ip.entries[i].key.size() + (ip.leaf ? 4 : 8) - (i ? ip.prefixLength : 0);
       size_t area = fmt_.pageSize - fmt_.indexEntryMaskOffset - fmt_.indexEntryMaskSize;
       if (ip.freeSpace != area - bytes)
-        fault(name + ": page " + std::to_string(n) + " free space " +
-              std::to_string(ip.freeSpace) + ", entries leave " + std::to_string(area - bytes));
+        fault(name + ": page " + std::to_string(n) + " free space " + std::to_string(ip.freeSpace) +
+              ", entries leave " + std::to_string(area - bytes));
       if (ip.leaf) {
-        leaves.push_back(std::move(ip));
+        takeLeaf(ip);
         return;
       }
       for (const auto& e : ip.entries) visit(e.child, depth + 1);
@@ -217,96 +312,37 @@ class Checker {
         visit(ip.tail, depth + 1);
     };
     if (ri.rootPage) visit(ri.rootPage, 0);
+    if (anyLeaf && lastLeafNext != 0)
+      fault(name + ": last leaf " + std::to_string(lastLeaf) + " links on to " +
+            std::to_string(lastLeafNext));
     for (uint32_t p : tree) used_.insert(p);
     if (owned != tree && !(tree.size() == 1 && owned.empty()))
-      fault(name + ": usage map lists " + std::to_string(owned.size()) +
-            " pages, the tree has " + std::to_string(tree.size()));
-    for (size_t i = 0; i < leaves.size(); ++i) {
-      uint32_t prev = i ? leaves[i - 1].number : 0;
-      uint32_t next = i + 1 < leaves.size() ? leaves[i + 1].number : 0;
-      if (leaves[i].prev != prev || leaves[i].next != next)
-        fault(name + ": leaf " + std::to_string(leaves[i].number) + " links to " +
-              std::to_string(leaves[i].prev) + "/" + std::to_string(leaves[i].next) +
-              ", its neighbours are " + std::to_string(prev) + "/" + std::to_string(next));
-    }
+      fault(name + ": usage map lists " + std::to_string(owned.size()) + " pages, the tree has " +
+            std::to_string(tree.size()));
 
-    std::vector<IndexEntry> stored;
-    for (IndexPage& lp : leaves)
-      for (auto& e : lp.entries) stored.push_back({std::move(e.key), e.row});
-    for (size_t i = 1; i < stored.size(); ++i) {
-      const IndexEntry& a = stored[i - 1];
-      const IndexEntry& b = stored[i];
-      if (!(a.key < b.key || (a.key == b.key && a.row < b.row))) {
-        fault(name + ": entries out of order at entry " + std::to_string(i));
-        break;
-      }
-      if (ri.unique() && a.key == b.key && !allNull(ri, rows, a.row))
-        fault(name + ": unique index holds a key twice (rows at page " +
-              std::to_string(a.row.page) + " and page " + std::to_string(b.row.page) + ")");
-    }
-
-    size_t distinct = stored.empty() ? 0 : 1;
-    for (size_t i = 1; i < stored.size(); ++i) distinct += stored[i].key != stored[i - 1].key;
     if (exactCounts_ && distinct != ri.uniqueEntryCount)
       fault(name + ": unique-entry count " + std::to_string(ri.uniqueEntryCount) +
             ", the index holds " + std::to_string(distinct) + " distinct keys");
-
-    std::string why;
-    if (!canEncodeIndex(fmt_, t, ri, &why)) {
-      if (!ri.ignoreNulls() && stored.size() != rows.size())
-        fault(name + ": holds " + std::to_string(stored.size()) + " entries for " +
-              std::to_string(rows.size()) + " rows");
+    if (!tally.encodable) {
+      if (!ri.ignoreNulls() && stored != rowCount)
+        fault(name + ": holds " + std::to_string(stored) + " entries for " +
+              std::to_string(rowCount) + " rows");
       return;
     }
-    // Each live row once (but those an ignore-nulls index leaves out), each
-    // with the key its values make. A character whose weights this engine
-    // has not learnt is a limit of the key builder, not a fault of the file:
-    // such an entry is only checked for being there.
-    std::map<RowId, const std::vector<Value>*> expected;
-    for (const auto& [id, values] : rows) {
-      bool allNull = true;
-      for (const IndexColumn& ic : ri.columns) allNull &= isNull(values[ic.column]);
-      if (!(allNull && ri.ignoreNulls())) expected.emplace(id, &values);
-    }
-    if (expected.size() != stored.size()) {
-      fault(name + ": holds " + std::to_string(stored.size()) + " entries, the rows make " +
-            std::to_string(expected.size()));
-      return;
-    }
-    for (size_t i = 0; i < stored.size(); ++i) {
-      auto it = expected.find(stored[i].row);
-      std::string at = name + ": entry " + std::to_string(i) + " (page " +
-                       std::to_string(stored[i].row.page) + " row " +
-                       std::to_string(stored[i].row.row) + ")";
-      if (it == expected.end() || !it->second) {
-        fault(at + (it == expected.end() ? " points to no live row" : " repeats a row"));
-        return;
-      }
-      std::vector<uint8_t> key;
-      try {
-        key = encodeIndexKey(fmt_, t, ri, *it->second);
-      } catch (const JetError& e) {
-        if (e.kind() != JetError::Kind::kUnsupported) {
-          fault(name + ": " + e.what());
-          return;
-        }
-        key = stored[i].key;
-      }
-      it->second = nullptr;
-      if (stored[i].key != key) {
-        fault(at + " differs from the key its row makes");
-        return;
-      }
-    }
+    if (tally.failed) return;
+    if (tally.count != stored)
+      fault(name + ": holds " + std::to_string(stored) + " entries, the rows make " +
+            std::to_string(tally.count));
+    else if (!(tally.digest == digest))
+      fault(name + ": its entries differ from the keys its rows make");
   }
 
   // Rows whose key columns are all Null may share a unique index's key.
-  static bool allNull(const RealIndex& ri, const std::map<RowId, std::vector<Value>>& rows,
-                      RowId id) {
-    auto it = rows.find(id);
-    if (it == rows.end()) return false;
+  bool allNull(const TableDef& t, const RealIndex& ri, RowId id) {
+    std::optional<Bytes> row = db_.rowData(id);
+    if (!row) return false;
     for (const IndexColumn& ic : ri.columns)
-      if (!isNull(it->second[ic.column])) return false;
+      if (!isNull(db_.decodeColumn(t, t.columns[ic.column], *row))) return false;
     return true;
   }
 

@@ -133,16 +133,17 @@ Bytes Database::page(uint32_t n) {
     uint32_t last = n + 1;
     while (last < pageCount_ && last - n < kReadAheadPages && !pages_[last]) ++last;
     const size_t size = fmt_->pageSize;
-    uint8_t* run = newPageBuffer(last - n);
-    store_->read(static_cast<uint64_t>(n) * size, {run, size * (last - n)});
-    for (uint32_t k = n; k < last; ++k) pages_[k] = run + (k - n) * size;
+    makeRoom(last - n);
+    readBuffer_.resize(size * (last - n));
+    store_->read(static_cast<uint64_t>(n) * size, readBuffer_);
+    for (uint32_t k = n; k < last; ++k) {
+      pages_[k] = newPageBuffer();
+      std::memcpy(pages_[k], readBuffer_.data() + (k - n) * size, size);
+      if (k != n) touch(k);
+    }
   }
+  touch(n);
   return {pages_[n], fmt_->pageSize};
-}
-
-uint8_t* Database::newPageBuffer(size_t pages) {
-  arena_.emplace_back(new uint8_t[pages * fmt_->pageSize]);
-  return arena_.back().get();
 }
 
 std::vector<uint8_t> Database::loadTableDefBytes(uint32_t first, std::vector<uint32_t>& pages) {

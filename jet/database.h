@@ -7,15 +7,17 @@
 //   where a page is at fault, names it: "x.mdb: page 57: row offset 4100 past
 //   end of page". A damaged file never crashes the engine, never makes it
 //   loop forever and never makes it allocate more than the file could hold.
-// - References handed out (TableDef, catalog entries, page bytes) stay valid
-//   until the Database is destroyed or, for page bytes, until a page is
-//   written.
+// - References handed out (TableDef, catalog entries) stay valid until the
+//   Database is destroyed. Page bytes stay valid until the page is written
+//   or, once it is no longer used, the bounded page cache (cacheLimit()
+//   pages, about 4 MB by default) has taken in that many other pages.
 // - Not thread-safe; one Database per thread.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -104,6 +106,10 @@ class Database {
 
   // A whole page; throws if `n` is past the end of the file.
   Bytes page(uint32_t n);
+  // Pages kept in memory besides the changed ones, which always stay.
+  size_t cacheLimit() const { return cacheLimit_; }
+  void setCacheLimit(size_t pages) { cacheLimit_ = std::max<size_t>(pages, 64); }
+  size_t residentPages() const { return lru_.size(); }
 
   // Every row of MSysObjects, in storage order.
   const std::vector<CatalogEntry>& catalog();
@@ -143,12 +149,12 @@ class Database {
 
   // ---- Writing (Jet 4 files opened writable) ----
   //
-  // Changes go to pages held in memory; flush() writes them out and syncs.
-  // Each row operation either completes or leaves every page as it was, and
-  // savepoints let a caller undo a whole series of operations. Nothing is
-  // written to the store before flush(), so a failed or abandoned session
-  // leaves the file as it was; a flush that fails part-way leaves it
-  // damaged, which is why callers edit a copy (see jet/FORMAT.md).
+  // Changes go to pages held in memory; flush() commits them to the store
+  // (through the rollback journal for a file, jet/journal.h) and does nothing
+  // when nothing changed. Each row operation either completes or leaves every
+  // page as it was, and savepoints let a caller undo a whole series of
+  // operations. Nothing is written to the store before flush(), so a failed
+  // or abandoned session leaves the file as it was.
 
   // Why this engine will not write to the table (another sort order, an
   // index it cannot keep, a read-only or Jet 3 file), or "" if it will.
@@ -282,11 +288,21 @@ class Database {
   const Format* fmt_ = nullptr;
   HeaderInfo header_;
   uint32_t pageCount_ = 0;
-  // Loaded pages point into blocks of arena_; a page read with its
-  // neighbours shares their block.
+  // The page cache (jet/page_cache.cpp): pages_[n] is page n's buffer while
+  // it is in memory. Buffers are owned by arena_ and reused through
+  // freeBuffers_. lru_ lists the pages in memory, the last used first;
+  // changed pages are never dropped.
   std::vector<uint8_t*> pages_;
   std::vector<std::unique_ptr<uint8_t[]>> arena_;
-  uint8_t* newPageBuffer(size_t pages = 1);
+  std::vector<uint8_t*> freeBuffers_;
+  std::list<uint32_t> lru_;
+  std::vector<std::list<uint32_t>::iterator> lruAt_;
+  std::vector<bool> inLru_;
+  size_t cacheLimit_ = 1024;
+  std::vector<uint8_t> readBuffer_;
+  uint8_t* newPageBuffer();
+  void touch(uint32_t n);
+  void makeRoom(size_t pages);
   std::optional<std::vector<CatalogEntry>> catalog_;
   std::map<uint32_t, std::unique_ptr<TableDef>> tables_;
   std::vector<Frame> frames_;

@@ -177,9 +177,12 @@ void Database::flush() {
   guarded([&] {
     if (!frames_.empty())
       throw JetError(JetError::Kind::kInvalid, "cannot write out changes inside a savepoint");
+    // Nothing changed, nothing written: read-only work never syncs.
+    if (dirty_.empty()) return;
+    std::vector<PageWrite> writes;
     for (uint32_t n : dirty_)
-      store_->write(static_cast<uint64_t>(n) * fmt_->pageSize, {pages_[n], fmt_->pageSize});
-    store_->sync();
+      writes.push_back({static_cast<uint64_t>(n) * fmt_->pageSize, {pages_[n], fmt_->pageSize}});
+    store_->commit(writes);
     dirty_.clear();
   });
 }

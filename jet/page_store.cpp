@@ -4,11 +4,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <optional>
 
 #include "jet/bytes.h"
 #include "jet/error.h"
+#include "jet/journal.h"
 
 namespace jet {
 namespace {
@@ -23,12 +27,17 @@ std::string rangeText(uint64_t offset, size_t n) {
 
 class FileStore : public PageStore {
  public:
-  FileStore(std::string path, int fd, bool writable)
-      : name_(std::move(path)), fd_(fd), writable_(writable) {
-    struct stat st{};
+  FileStore(std::string path, std::string realPath, int fd, bool writable,
+            std::optional<JournalImage> before)
+      : name_(std::move(path)),
+        realPath_(std::move(realPath)),
+        fd_(fd),
+        writable_(writable),
+        before_(std::move(before)) {
+    struct stat st {};
     if (fstat(fd_, &st) != 0) throwIo(name_, std::strerror(errno));
     if (!S_ISREG(st.st_mode)) throwIo(name_, "not a regular file");
-    size_ = static_cast<uint64_t>(st.st_size);
+    size_ = before_ ? before_->size : static_cast<uint64_t>(st.st_size);
   }
   ~FileStore() override { ::close(fd_); }
 
@@ -41,21 +50,22 @@ class FileStore : public PageStore {
       throwIo(name_, "read of " + rangeText(offset, out.size()) + " past end of file");
     size_t done = 0;
     while (done < out.size()) {
-      ssize_t n = ::pread(fd_, out.data() + done, out.size() - done,
-                          static_cast<off_t>(offset + done));
+      ssize_t n =
+          ::pread(fd_, out.data() + done, out.size() - done, static_cast<off_t>(offset + done));
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) throwIo(name_, "read failed: " + std::string(std::strerror(errno)));
       if (n == 0) throwIo(name_, "file shrank while reading " + rangeText(offset, out.size()));
       done += static_cast<size_t>(n);
     }
+    if (before_) overlayJournal(offset, out);
   }
 
   void write(uint64_t offset, std::span<const uint8_t> data) override {
     if (!writable_) throwIo(name_, "file is open read-only");
     size_t done = 0;
     while (done < data.size()) {
-      ssize_t n = ::pwrite(fd_, data.data() + done, data.size() - done,
-                           static_cast<off_t>(offset + done));
+      ssize_t n =
+          ::pwrite(fd_, data.data() + done, data.size() - done, static_cast<off_t>(offset + done));
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) throwIo(name_, "write failed: " + std::string(std::strerror(errno)));
       done += static_cast<size_t>(n);
@@ -68,19 +78,61 @@ class FileStore : public PageStore {
       throwIo(name_, "sync failed: " + std::string(std::strerror(errno)));
   }
 
+  void commit(std::span<const PageWrite> writes) override {
+    if (writes.empty()) return;
+    if (!writable_) throwIo(name_, "file is open read-only");
+    Journal journal(realPath_, fd_, size_, writes);
+    const uint64_t sizeBefore = size_;
+    try {
+      for (const PageWrite& w : writes) write(w.offset, w.data);
+      sync();
+    } catch (const JetError&) {
+      if (journal.undo(fd_)) size_ = sizeBefore;
+      throw;
+    }
+    journal.finish();
+  }
+
  private:
+  // A reader of a file whose journal could not be played back sees the
+  // bytes the journal saved.
+  void overlayJournal(uint64_t offset, std::span<uint8_t> out) {
+    auto it = before_->ranges.upper_bound(offset);
+    if (it != before_->ranges.begin()) --it;
+    for (; it != before_->ranges.end() && it->first < offset + out.size(); ++it) {
+      const uint64_t from = std::max(offset, it->first);
+      const uint64_t to = std::min(offset + out.size(), it->first + it->second.size());
+      if (from < to)
+        copyBytes(out.data() + (from - offset), it->second.data() + (from - it->first), to - from);
+    }
+  }
+
   std::string name_;
+  std::string realPath_;  // where the journal goes: beside the file, not a link to it
   int fd_;
   bool writable_;
+  std::optional<JournalImage> before_;
   uint64_t size_ = 0;
 };
 
 }  // namespace
 
+void PageStore::commit(std::span<const PageWrite> writes) {
+  if (writes.empty()) return;
+  for (const PageWrite& w : writes) write(w.offset, w.data);
+  sync();
+}
+
 std::unique_ptr<PageStore> openFileStore(const std::string& path, bool writable) {
+  std::error_code ec;
+  std::string real = std::filesystem::canonical(path, ec).string();
+  if (ec) real = path;
+  std::optional<JournalImage> before = recoverJournal(real);
+  if (before && writable)
+    throwIo(path, "another program is writing it, or its last edit cannot be undone here");
   int fd = ::open(path.c_str(), (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC);
   if (fd < 0) throwIo(path, std::strerror(errno));
-  return std::make_unique<FileStore>(path, fd, writable);
+  return std::make_unique<FileStore>(path, std::move(real), fd, writable, std::move(before));
 }
 
 MemoryStore::MemoryStore(std::vector<uint8_t> bytes, std::string name)

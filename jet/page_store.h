@@ -15,6 +15,12 @@
 
 namespace jet {
 
+// One range of bytes a commit writes.
+struct PageWrite {
+  uint64_t offset = 0;
+  std::span<const uint8_t> data;
+};
+
 class PageStore {
  public:
   virtual ~PageStore() = default;
@@ -29,10 +35,16 @@ class PageStore {
   virtual void write(uint64_t offset, std::span<const uint8_t> data) = 0;
   // Makes every completed write durable.
   virtual void sync() = 0;
+  // Writes every range and makes them durable. A file on disk keeps a
+  // rollback journal meanwhile (jet/journal.h), so that a crash leaves it
+  // with all of the ranges or none; other stores write and sync. No ranges:
+  // nothing is written, nothing synced.
+  virtual void commit(std::span<const PageWrite> writes);
 };
 
 // A file on disk. Opened read-only unless `writable`; throws if it cannot be
-// opened.
+// opened. A journal left beside it by an interrupted commit is dealt with
+// first (see recoverJournal): the file is read as it was before that commit.
 std::unique_ptr<PageStore> openFileStore(const std::string& path, bool writable);
 
 // Bytes in memory; `name` only labels error messages.

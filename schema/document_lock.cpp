@@ -252,6 +252,13 @@ int removeLeftoverTemporaries(const std::string& path) {
   for (const fs::directory_entry& entry : fs::directory_iterator(folder, ec)) {
     const std::string file = entry.path().filename().string();
     std::string_view rest;
+    // A journal still being written when its writer died: the file was not
+    // touched yet.
+    if (file == name + "-journal-new") {
+      std::error_code fileError;
+      if (fs::remove(entry.path(), fileError)) ++removed;
+      continue;
+    }
     if (file.starts_with(savePrefix))
       rest = std::string_view(file).substr(savePrefix.size());
     else if (file.starts_with(toolPrefix))

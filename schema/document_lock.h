@@ -84,7 +84,8 @@ class DocumentLock {
 
 // Removes what an interrupted save or edit of `path` left beside it: the
 // hidden ".NAME.XXXXXX" of the editor's save and the "NAME.csdtool-XXXXXX"
-// of csdtool. Call it only while holding the file's lock, so no running
+// of csdtool, and a journal whose writer died before it was complete
+// ("NAME-journal-new"). Call it only while holding the file's lock, so no running
 // writer's file is taken. Returns how many were removed.
 int removeLeftoverTemporaries(const std::string& path);
 

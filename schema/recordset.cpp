@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
@@ -13,6 +14,7 @@
 #include "schema/collation.h"
 #include "schema/database_core.h"
 #include "schema/evaluator.h"
+#include "schema/planner.h"
 
 namespace schema {
 namespace {
@@ -84,19 +86,32 @@ class JoinedRow : public RowSource, public FieldCatalog {
   }
 
   std::optional<jet::Value> field(std::string_view table, std::string_view name) const override {
-    auto at = resolve(table, name);
+    auto at = resolveOnce(table, name);
     if (!at) return std::nullopt;
     return (*tables_[at->first].row)[at->second];
   }
 
   std::optional<FieldKind> fieldKind(std::string_view table, std::string_view name) const override {
-    auto at = resolve(table, name);
+    auto at = resolveOnce(table, name);
     if (!at) return std::nullopt;
     return kindOf(tables_[at->first].def->columns[at->second]);
   }
 
  private:
+  // The names come from the condition's nodes, which stay put while the
+  // query runs: each is resolved at its first use, not once per row.
+  std::optional<std::pair<size_t, size_t>> resolveOnce(std::string_view table,
+                                                       std::string_view name) const {
+    const std::pair<const char*, const char*> key{table.data(), name.data()};
+    auto it = resolved_.find(key);
+    if (it != resolved_.end()) return it->second;
+    auto at = resolve(table, name);
+    if (at) resolved_.emplace(key, *at);
+    return at;
+  }
+
   std::vector<Table> tables_;
+  mutable std::map<std::pair<const char*, const char*>, std::pair<size_t, size_t>> resolved_;
 };
 
 // The values a read-only result may hold before the query is refused, Jet's
@@ -289,13 +304,20 @@ bool Recordset::isOpen() const {
 void Recordset::close() { *this = Recordset(); }
 
 void Recordset::openQuery(std::weak_ptr<detail::DatabaseCore> weak, std::string_view sql) {
+  auto shared = weak.lock();
+  if (!shared || !shared->db) throw EngineError(err::kObjectInvalid, sources::kDatabase);
+  SelectStatement st = shared->run(sources::kDatabase, [&] { return parseSelect(sql); });
+  openStatement(std::move(weak), st, ExprContext::kQuery);
+}
+
+void Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const SelectStatement& st,
+                              ExprContext ctx) {
   core_ = std::move(weak);
   auto shared = core_.lock();
   if (!shared || !shared->db) throw EngineError(err::kObjectInvalid, sources::kDatabase);
   session_ = shared->session;
   detail::DatabaseCore& c = *shared;
   c.run(sources::kDatabase, [&] {
-    SelectStatement st = parseSelect(sql);
     for (const TableRef& ref : st.tables) {
       try {
         sources_.push_back({&c.db->table(ref.name), ref.alias});
@@ -340,7 +362,7 @@ void Recordset::openQuery(std::weak_ptr<detail::DatabaseCore> weak, std::string_
     // Jet takes a name it does not know for a parameter nobody supplied.
     if (st.where) {
       try {
-        checkExpression(*st.where, joined, ExprContext::kQuery);
+        checkExpression(*st.where, joined, ctx);
       } catch (const EngineError& e) {
         if (e.number() != err::kTooFewParameters || unknown == 0) throw;
         // Both lists name unknowns: Jet counts them together.
@@ -351,18 +373,37 @@ void Recordset::openQuery(std::weak_ptr<detail::DatabaseCore> weak, std::string_
       throw EngineError(err::kTooFewParameters, sources::kDatabase, {std::to_string(unknown)});
 
     snapshot_ = st.distinct || sources_.size() > 1;
-    Evaluator eval(joined, ExprContext::kQuery);
+    Evaluator eval(joined, ctx);
     if (!snapshot_) {
       const jet::TableDef& t = *sources_[0].table;
-      c.db->scanRows(t, [&](jet::RowId id, jet::Bytes bytes) {
-        if (st.where) {
-          std::vector<jet::Value> row = c.db->decodeRow(t, bytes);
-          joined.setRow(0, &row);
-          if (!eval.matches(*st.where)) return true;
+      allColumnsInOrder_ = columns_.size() == t.columns.size();
+      for (size_t i = 0; i < columns_.size() && allColumnsInOrder_; ++i)
+        allColumnsInOrder_ = columns_[i].column == i;
+      const uint32_t epoch = static_cast<uint32_t>(c.rollbacks);
+      if (!st.where) {
+        c.db->scanRows(t, [&](jet::RowId id, jet::Bytes) {
+          members_.push_back({nextMark_++, id, epoch});
+          return true;
+        });
+      } else {
+        // Only the columns the condition names are decoded to test a row,
+        // and an index gives the rows where the condition allows.
+        const std::string_view alias = sources_[0].alias;
+        const std::vector<size_t> used = columnsNamed(t, alias, *st.where);
+        std::vector<jet::Value> row(t.columns.size());
+        joined.setRow(0, &row);
+        auto test = [&](jet::RowId id, jet::Bytes bytes) {
+          for (size_t i : used) row[i] = c.db->decodeColumn(t, t.columns[i], bytes);
+          if (eval.matches(*st.where)) members_.push_back({nextMark_++, id, epoch});
+          return true;
+        };
+        if (auto ids = indexedRows(*c.db, t, alias, *st.where)) {
+          for (jet::RowId id : *ids)
+            if (std::optional<jet::Bytes> bytes = c.db->rowData(id)) test(id, *bytes);
+        } else {
+          c.db->scanRows(t, test);
         }
-        members_.push_back({nextMark_++, id, c.rollbacks, 0});
-        return true;
-      });
+      }
       c.touched.insert(&t);
     } else {
       // Read-only results are computed once, table by table (see Join).
@@ -383,7 +424,9 @@ void Recordset::openQuery(std::weak_ptr<detail::DatabaseCore> weak, std::string_
                                 [](auto& a, auto& b) { return compareRows(a, b) == 0; }),
                     rows_.end());
       }
-      for (size_t i = 0; i < rows_.size(); ++i) members_.push_back({nextMark_++, {}, 0, i});
+      if (rows_.size() >= UINT32_MAX)
+        throw EngineError(err::kSystemResourceExceeded, sources::kDatabase);
+      for (size_t i = 0; i < rows_.size(); ++i) members_.push_back({nextMark_++, {}, 0});
     }
     pos_ = members_.empty() ? -1 : 0;
   });
@@ -411,16 +454,17 @@ const std::vector<jet::Value>* Recordset::tableRow(size_t i) const {
   if (!bytes) return nullptr;
   cachedRow_ = c.db->decodeRow(t, *bytes);
   cachedProjection_.clear();
-  for (const Column& col : columns_) cachedProjection_.push_back(cachedRow_[col.column]);
+  if (!allColumnsInOrder_)
+    for (const Column& col : columns_) cachedProjection_.push_back(cachedRow_[col.column]);
   cachedIndex_ = static_cast<long>(i);
   cachedGeneration_ = c.generation;
   return &cachedRow_;
 }
 
 const std::vector<jet::Value>& Recordset::memberValues(size_t i) const {
-  if (snapshot_) return rows_[members_[i].snapshot];
+  if (snapshot_) return rows_[members_[i].mark - 1];
   if (!tableRow(i)) throw EngineError(err::kRecordDeleted, sources::kRecordset);
-  return cachedProjection_;
+  return allColumnsInOrder_ ? cachedRow_ : cachedProjection_;
 }
 
 size_t Recordset::currentIndex() const {
@@ -453,6 +497,15 @@ jet::Value Recordset::field(std::string_view name) const {
     size_t col = requireColumn(name);
     if (mode_ != EditMode::kNone) return buffer_[columns_[col].column];
     return memberValues(currentIndex())[col];
+  });
+}
+
+const std::vector<jet::Value>& Recordset::values() const {
+  return guard(sources::kFields, [&]() -> const std::vector<jet::Value>& {
+    if (mode_ == EditMode::kNone) return memberValues(currentIndex());
+    pendingProjection_.clear();
+    for (const Column& col : columns_) pendingProjection_.push_back(buffer_[col.column]);
+    return pendingProjection_;
   });
 }
 
@@ -570,44 +623,15 @@ void Recordset::findNext(std::string_view criteria) { find(criteria, true, false
 void Recordset::findPrevious(std::string_view criteria) { find(criteria, false, false); }
 void Recordset::findLast(std::string_view criteria) { find(criteria, false, true); }
 
-// The rows a criterion can match at all, where one of its conjuncts is
-// "column = value" on a column with an index of its own: the index gives
-// them without reading the table. nullopt where no such conjunct exists.
+// The rows a criterion can match at all, where an index narrows them.
 std::optional<std::unordered_set<uint32_t>> Recordset::indexedCandidates(const Expr& cond) const {
   if (snapshot_ || sources_.size() != 1) return std::nullopt;
-  detail::DatabaseCore& c = core();
-  const jet::TableDef& t = *sources_[0].table;
-  std::vector<const Expr*> parts;
-  conjuncts(cond, parts);
-  for (const Expr* p : parts) {
-    if (p->kind != Expr::Kind::kCompare || p->op != CompareOp::kEqual) continue;
-    const Expr* field = p->left.get();
-    const Expr* literal = p->right.get();
-    if (field->kind != Expr::Kind::kField) std::swap(field, literal);
-    if (field->kind != Expr::Kind::kField || literal->kind != Expr::Kind::kLiteral ||
-        jet::isNull(literal->value))
-      continue;
-    if (!field->table.empty() && !sameName(field->table, t.name) &&
-        !sameName(field->table, sources_[0].alias))
-      continue;
-    const jet::ColumnDef* col = t.findColumn(field->name);
-    if (!col) continue;
-    const size_t at = static_cast<size_t>(col - t.columns.data());
-    for (const jet::RealIndex& ri : t.realIndexes) {
-      if (ri.columns.size() != 1 || ri.columns[0].column != at) continue;
-      try {
-        std::vector<jet::Value> row(t.columns.size());
-        row[at] = jet::coerceValue(c.db->format(), *col, literal->value);
-        std::vector<uint8_t> key = jet::encodeIndexKey(c.db->format(), t, ri, row);
-        std::unordered_set<uint32_t> ids;
-        for (jet::RowId id : c.db->indexLookup(t, ri, key)) ids.insert(id.pack());
-        return ids;
-      } catch (const jet::JetError&) {
-        // A value the column cannot hold: the plain search reports it.
-      }
-    }
-  }
-  return std::nullopt;
+  std::optional<std::vector<jet::RowId>> ids =
+      indexedRows(*core().db, *sources_[0].table, sources_[0].alias, cond);
+  if (!ids) return std::nullopt;
+  std::unordered_set<uint32_t> packed;
+  for (jet::RowId id : *ids) packed.insert(id.pack());
+  return packed;
 }
 
 void Recordset::find(std::string_view criteria, bool forward, bool fromEnd) {
@@ -724,7 +748,7 @@ void Recordset::update() {
     if (mode_ == EditMode::kAdd) {
       jet::RowId id = c.db->insertRow(t, buffer_);
       c.inserted(id);
-      members_.push_back({nextMark_++, id, c.rollbacks, 0});
+      members_.push_back({nextMark_++, id, static_cast<uint32_t>(c.rollbacks)});
       // The new row joins at the end; the row current before AddNew stays.
       lastModified_ = members_.back().mark;
     } else {

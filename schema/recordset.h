@@ -80,6 +80,9 @@ class Recordset {
   bool noMatch() const { return noMatch_; }
 
   std::vector<std::string> fieldNames() const;
+  // The current row's values in fieldNames() order (the pending ones during
+  // AddNew / Edit), valid until the next call on the recordset.
+  const std::vector<jet::Value>& values() const;
   // The current row's value, or the pending one during AddNew / Edit.
   jet::Value field(std::string_view name) const;
   // A text column's declared size in characters; other columns their size
@@ -111,14 +114,16 @@ class Recordset {
     size_t source = 0;
     size_t column = 0;  // in the source's TableDef::columns
   };
+  // Kept small: a dynaset over a table of half a million rows holds one each.
   struct Member {
-    uint64_t mark = 0;    // the bookmark's value
-    jet::RowId id;        // table recordsets
-    uint64_t epoch = 0;   // rollbacks before the recordset learnt of the row
-    size_t snapshot = 0;  // read-only recordsets: index into rows_
+    uint32_t mark = 0;   // the bookmark's value; read-only recordsets: index into rows_ + 1
+    jet::RowId id;       // table recordsets
+    uint32_t epoch = 0;  // rollbacks before the recordset learnt of the row
   };
 
   void openQuery(std::weak_ptr<detail::DatabaseCore> core, std::string_view sql);
+  void openStatement(std::weak_ptr<detail::DatabaseCore> core, const SelectStatement& st,
+                     ExprContext ctx);
   std::optional<std::unordered_set<uint32_t>> indexedCandidates(const Expr& cond) const;
   detail::DatabaseCore& core() const;
   template <typename F>
@@ -147,12 +152,13 @@ class Recordset {
   EditMode mode_ = EditMode::kNone;
   std::vector<jet::Value> buffer_;  // pending row, whole table in column order
   uint64_t lastModified_ = 0;
-  uint64_t nextMark_ = 1;
+  uint32_t nextMark_ = 1;
 
   // The decoded row last read, valid while the database's generation stays.
   mutable long cachedIndex_ = -1;
   mutable uint64_t cachedGeneration_ = 0;
-  mutable std::vector<jet::Value> cachedRow_, cachedProjection_;
+  mutable std::vector<jet::Value> cachedRow_, cachedProjection_, pendingProjection_;
+  bool allColumnsInOrder_ = false;  // the projection is the row itself
 };
 
 }  // namespace schema

@@ -153,6 +153,16 @@ Recordset SchemaDatabase::openRecordset(std::string_view sql) {
   return rs;
 }
 
+Recordset SchemaDatabase::openMatching(std::string_view table, std::string_view criteria) {
+  SelectStatement st;
+  st.allColumns = true;
+  st.tables.push_back({std::string(table), {}});
+  core_->run(sources::kRecordset, [&] { st.where = parseCriteria(criteria); });
+  Recordset rs;
+  rs.openStatement(core_, st, ExprContext::kCriteria);
+  return rs;
+}
+
 void SchemaDatabase::beginTrans() {
   detail::DatabaseCore& c = *core_;
   c.run(sources::kWorkspace, [&] {

@@ -73,6 +73,11 @@ class SchemaDatabase {
   // A dynaset over the rows of a query; see schema/recordset.h for the
   // shapes it accepts.
   Recordset openRecordset(std::string_view sql);
+  // A dynaset of the rows of `table` (a table's name, never SQL) that
+  // FindFirst criteria match, in the table's order: its first row is the one
+  // findFirst would find in a dynaset of the whole table. Errors are those
+  // of findFirst; the rows come through an index where the criteria allow.
+  Recordset openMatching(std::string_view table, std::string_view criteria);
 
   // Transactions nest; commitTrans() and rollback() without one fail with
   // 3034.

@@ -6,6 +6,7 @@
 #include <QFontMetrics>
 #include <QSignalBlocker>
 
+#include "controls/ExtentListWidget.h"
 #include "document/string_table.h"
 #include "folders/folder_scan.h"
 #include "shell/busy.h"
@@ -75,7 +76,14 @@ bool FilesTab::eventFilter(QObject* watched, QEvent* event) {
 void FilesTab::fill() {
   const QSignalBlocker quiet(ui_.lbDirectories);
   ui_.lbDirectories->clear();
-  for (const schema::ListEntry& entry : folders_.entries()) addFolderEntry(entry);
+  QStringList paths;
+  QList<int> ids;
+  for (const schema::ListEntry& entry : folders_.entries()) {
+    paths.append(QString::fromStdString(entry.text));
+    ids.append(int(entry.id));
+    measureFolder(paths.back());
+  }
+  controls::fillInOnePass(ui_.lbDirectories, paths, ids, kIdRole);
 }
 
 void FilesTab::clear() {

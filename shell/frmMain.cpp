@@ -8,6 +8,7 @@
 #include <QTimer>
 #include <optional>
 
+#include "controls/ExtentListWidget.h"
 #include "document/document_settings.h"
 #include "document/string_table.h"
 #include "linkage/frmDBLinkageOptions.h"
@@ -41,11 +42,13 @@ linkage::DocumentKind scannerKind(DocumentKind kind) {
 }
 
 void fillList(QListWidget* list, const std::vector<schema::ListEntry>& entries) {
-  list->clear();
+  QStringList texts;
+  QList<int> ids;
   for (const schema::ListEntry& entry : entries) {
-    auto* item = new QListWidgetItem(qs(entry.text), list);
-    item->setData(Qt::UserRole, int(entry.id));
+    texts.append(qs(entry.text));
+    ids.append(int(entry.id));
   }
+  controls::fillInOnePass(list, texts, ids, Qt::UserRole);
 }
 
 }  // namespace

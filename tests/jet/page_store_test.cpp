@@ -1,11 +1,14 @@
 // The page stores and what an I/O failure looks like from above.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <sstream>
 
 #include "jet/error.h"
+#include "jet/journal.h"
 #include "tests/jet/test_util.h"
 #include "tools/csdtool/csv_export.h"
 
@@ -40,7 +43,10 @@ TEST(PageStore, FileStoreRefusesReadsPastTheEndAndWritesWhenReadOnly) {
 TEST(PageStore, FileStoreWritesExtendAndPersist) {
   std::string path = testing::TempDir() + "/vantor_store_test.bin";
   std::filesystem::remove(path);
-  { std::FILE* f = std::fopen(path.c_str(), "wb"); std::fclose(f); }
+  {
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    std::fclose(f);
+  }
   {
     auto store = openFileStore(path, true);
     const uint8_t data[] = {1, 2, 3, 4};
@@ -81,8 +87,8 @@ TEST(PageStore, FaultyStoreFailsOnCommand) {
 
 TEST(PageStore, ReadFailureDuringExportNamesTheFile) {
   std::vector<uint8_t> bytes = jettest::readFile(jettest::corpusPath("testV2000.mdb"));
-  auto faulty = std::make_unique<FaultyStore>(
-      std::make_unique<MemoryStore>(std::move(bytes), "schema.csd"));
+  auto faulty =
+      std::make_unique<FaultyStore>(std::make_unique<MemoryStore>(std::move(bytes), "schema.csd"));
   FaultyStore* f = faulty.get();
   auto db = Database::open(std::move(faulty));
   f->failReadsAfter(0);
@@ -92,3 +98,79 @@ TEST(PageStore, ReadFailureDuringExportNamesTheFile) {
 }
 
 }  // namespace
+
+// A commit in place, interrupted at the worst moment: the pages are written
+// but the journal is still there.
+class JournalTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::remove(path_);
+    std::filesystem::remove(journalPathFor(path_));
+    std::FILE* f = std::fopen(path_.c_str(), "wb");
+    std::vector<uint8_t> old(3 * 4096, 'o');
+    std::fwrite(old.data(), 1, old.size(), f);
+    std::fclose(f);
+  }
+  void TearDown() override {
+    std::filesystem::remove(path_);
+    std::filesystem::remove(journalPathFor(path_));
+  }
+  // Page 1 rewritten and a fourth page appended, the journal left behind
+  // (held while `hold` runs, as by a writer still at work).
+  void interruptedCommit(const std::function<void()>& hold) {
+    auto store = openFileStore(path_, true);
+    const std::vector<uint8_t> fresh(4096, 'n');
+    const PageWrite writes[] = {{4096, fresh}, {3 * 4096, fresh}};
+    const int fd = ::open(path_.c_str(), O_RDONLY);
+    {
+      Journal journal(path_, fd, store->size(), writes);
+      for (const PageWrite& w : writes) store->write(w.offset, w.data);
+      hold();
+    }
+    ::close(fd);
+  }
+  std::string contents(PageStore& s) {
+    std::vector<uint8_t> all(s.size());
+    s.read(0, all);
+    return std::string(all.begin(), all.end());
+  }
+  const std::string old_ = std::string(3 * 4096, 'o');
+  std::string path_ = testing::TempDir() + "/vantor_journal_test.mdb";
+};
+
+TEST_F(JournalTest, ReadersSeeTheFileAsBeforeAnInterruptedCommit) {
+  // While the writer lives, a reader sees the old bytes and leaves all be.
+  interruptedCommit([&] {
+    auto reader = openFileStore(path_, false);
+    EXPECT_EQ(contents(*reader), old_);
+    EXPECT_TRUE(std::filesystem::exists(journalPathFor(path_)));
+    EXPECT_EQ(std::filesystem::file_size(path_), 4u * 4096);
+  });
+  // Once it is gone, the first open plays the journal back.
+  auto reader = openFileStore(path_, false);
+  EXPECT_EQ(contents(*reader), old_);
+  EXPECT_EQ(std::filesystem::file_size(path_), 3u * 4096);
+  EXPECT_FALSE(std::filesystem::exists(journalPathFor(path_)));
+}
+
+TEST_F(JournalTest, AJournalNeverCompletedIsIgnoredAndACommitWritesOnlyWhatDiffers) {
+  interruptedCommit([] {});
+  std::filesystem::resize_file(journalPathFor(path_),
+                               std::filesystem::file_size(journalPathFor(path_)) - 1);
+  auto reader = openFileStore(path_, false);
+  EXPECT_EQ(contents(*reader).substr(4096, 1), "n");
+  EXPECT_FALSE(std::filesystem::exists(journalPathFor(path_)));
+
+  const std::string source = path_ + ".src";
+  std::string bytes = contents(*reader) + std::string(4096, 'x');
+  bytes[5] = 'c';
+  {
+    std::FILE* f = std::fopen(source.c_str(), "wb");
+    std::fwrite(bytes.data(), 1, bytes.size(), f);
+    std::fclose(f);
+  }
+  EXPECT_EQ(updateInPlace(source, path_), 2u * 4096);  // page 0 and the new fifth page
+  EXPECT_EQ(contents(*openFileStore(path_, false)), bytes);
+  EXPECT_FALSE(std::filesystem::exists(journalPathFor(path_)));
+  std::filesystem::remove(source);
+}

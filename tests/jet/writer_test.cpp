@@ -1161,6 +1161,37 @@ TEST(WriterCheck, FindsAPageInUseMarkedFreeInEitherKindOfGlobalMap) {
 }
 
 
+TEST(WriterCheck, FindsARowItsIndexesDoNotMatch) {
+  // A row changed or dropped behind its indexes' back: check reads rows and
+  // index entries without holding either, and must still notice.
+  auto db = openCopy("testV2000.mdb");
+  const TableDef& t = db->table("Table1");
+  RowId id;
+  for (int i = 0; i < 300; ++i) {
+    Row r = table1Row("row " + std::to_string(i));
+    r[1] = std::string(i == 150 ? "zzqqzz" : "plain");
+    RowId at = db->insertRow(t, r);
+    if (i == 150) id = at;
+  }
+  db->flush();
+  Bytes row = *db->rowData(id);
+  const size_t offset = row.data() - db->page(id.page).data();
+  const size_t q = std::string(row.begin(), row.end()).find('q');  // compressed or not
+  ASSERT_NE(q, std::string::npos);
+  db->mutablePage(id.page)[offset + q] = 'r';
+  std::string all = joinLines(checkDatabase(*jettest::openBytes(flushed(*db), "testV2000.mdb")));
+  EXPECT_NE(all.find("('B'): its entries differ from the keys its rows make"), std::string::npos)
+      << all;
+  EXPECT_EQ(all.find("PrimaryKey"), std::string::npos) << all;
+
+  const Format& f = db->format();
+  uint8_t* pg = db->mutablePage(id.page);
+  put16le(pg + f.dataRowTableOffset + 2 * id.row,
+          u16le(pg + f.dataRowTableOffset + 2 * id.row) | kRowDeleted);
+  all = joinLines(checkDatabase(*jettest::openBytes(flushed(*db), "testV2000.mdb")));
+  EXPECT_NE(all.find("holds 302 entries, the rows make 301"), std::string::npos) << all;
+}
+
 // ---- Page maps and AutoNumber ----
 
 TEST(WriterMaps, ANewDataPageTakesTheRowsThatFollowAfterAReopen) {

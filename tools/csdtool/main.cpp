@@ -18,6 +18,7 @@
 #include "jet/compact.h"
 #include "jet/database.h"
 #include "jet/error.h"
+#include "jet/journal.h"
 #include "schema/document_lock.h"
 #include "schema/engine_error.h"
 #include "schema/recordset.h"
@@ -60,9 +61,11 @@ const char kUsage[] =
     "binary as 0x0A1B, GUIDs as {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}. 'NULL' in single\n"
     "quotes is the text NULL. Text matches without regard to case.\n"
     "\n"
-    "Edits work on a copy of FILE that replaces it only once complete and on disk; on any\n"
-    "error FILE is left as it was. Edits and new take the document's lock (FILE's name with\n"
-    "the extension .ldb, as the editor does) and are refused while another program holds it.\n"
+    "Edits write FILE in place, keeping what they replace in FILE-journal until the edit is\n"
+    "on disk: on any error, or if csdtool is killed, FILE is left as it was (the next program\n"
+    "to open it puts it back). Reading commands write nothing. Edits and new take the\n"
+    "document's lock (FILE's name with the extension .ldb, as the editor does) and are\n"
+    "refused while another program holds it.\n"
     "\n"
     "Options:\n"
     "  --help                 show this text\n"
@@ -89,83 +92,32 @@ schema::DocumentLock lockForWriting(const std::string& path) {
   return lock;
 }
 
-// Applies `edit` to a copy of `path` and puts the copy in its place once it
-// is complete and synced, so the file is never left half-written.
+// Applies `edit` to the file in place. The engine's rollback journal
+// (jet/journal.h) makes the commit all or nothing, and the write touches
+// only the pages the edit changed.
 void editSafely(const std::string& given, const std::function<void(jet::Database&)>& edit) {
   schema::DocumentLock lock = lockForWriting(given);
   // Through symbolic links, the file they lead to is edited, not a link.
   const std::string path = schema::resolveLinks(given);
-  int in = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (in < 0) ioFail(given, "cannot open");
   struct stat st {};
-  if (fstat(in, &st) != 0 || !S_ISREG(st.st_mode)) {
-    ::close(in);
+  if (::stat(path.c_str(), &st) != 0) ioFail(given, "cannot open");
+  if (!S_ISREG(st.st_mode)) {
     errno = EINVAL;
     ioFail(given, "not a regular file");
   }
-  if (schema::isReadOnlyFile(path)) {
-    ::close(in);
+  if (schema::isReadOnlyFile(path))
     throw jet::JetError(jet::JetError::Kind::kIo, given + ": read-only; left as it was");
-  }
-  std::string tmp = path + ".csdtool-XXXXXX";
-  int out = ::mkostemp(tmp.data(), O_CLOEXEC);
-  if (out < 0) {
-    ::close(in);
-    ioFail(given, "cannot create a working copy beside it");
-  }
-  auto cleanup = [&] { ::unlink(tmp.c_str()); };
   try {
-    std::vector<char> buf(1 << 20);
-    while (true) {
-      ssize_t n = ::read(in, buf.data(), buf.size());
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) ioFail(given, "read failed");
-      if (n == 0) break;
-      for (ssize_t done = 0; done < n;) {
-        ssize_t w = ::write(out, buf.data() + done, static_cast<size_t>(n - done));
-        if (w < 0 && errno == EINTR) continue;
-        if (w < 0) ioFail(tmp, "write failed");
-        done += w;
-      }
-    }
-    // The document keeps its mode and, where we may give it, its owner.
-    if (::fchown(out, st.st_uid, st.st_gid) != 0 &&
-        ::fchown(out, static_cast<uid_t>(-1), st.st_gid) != 0) {
-      // Not ours to give away: the edited file belongs to whoever edits it.
-    }
-    ::fchmod(out, st.st_mode & 07777);
-    ::close(in);
-    in = -1;
-    ::close(out);
-    out = -1;
-    bool changed = false;
-    try {
-      auto db = jet::Database::openFile(tmp, true);
-      edit(*db);
-      changed = db->hasUnflushedChanges();
-      db->flush();
-    } catch (const jet::JetError& e) {
-      // Speak of the user's file, not of the working copy.
-      std::string msg = e.what();
-      for (size_t at; (at = msg.find(tmp)) != std::string::npos;) msg.replace(at, tmp.size(), given);
-      throw e.withMessage(msg);
-    }
-    if (!changed) {  // nothing to write: the file is not even replaced by its copy
-      cleanup();
-      return;
-    }
-    if (::rename(tmp.c_str(), path.c_str()) != 0) ioFail(given, "cannot replace it");
-    std::string dir = std::filesystem::path(path).parent_path().string();
-    int dfd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dfd >= 0) {
-      ::fsync(dfd);
-      ::close(dfd);
-    }
-  } catch (...) {
-    if (in >= 0) ::close(in);
-    if (out >= 0) ::close(out);
-    cleanup();
-    throw;
+    auto db = jet::Database::openFile(path, true);
+    edit(*db);
+    db->flush();
+  } catch (const jet::JetError& e) {
+    // Speak of the file as the user named it.
+    std::string msg = e.what();
+    if (path != given)
+      for (size_t at = 0; (at = msg.find(path, at)) != std::string::npos; at += given.size())
+        msg.replace(at, path.size(), given);
+    throw e.withMessage(msg);
   }
 }
 
@@ -288,7 +240,12 @@ int newFromTemplate(const std::vector<std::string>& args) {
       throw std::runtime_error(out + ": already exists (--force replaces it)");
     jet::Database::openFile(from)->userTableNames();  // a Jet database, or an error naming it
     schema::DocumentLock lock = lockForWriting(out);
-    copyIntoPlace(from, schema::resolveLinks(out), force);
+    // A journal a killed edit left beside the old document must not be
+    // played back into the new one.
+    const std::string target = schema::resolveLinks(out);
+    if (std::filesystem::exists(target)) jet::recoverJournal(target);
+    ::unlink(jet::journalPathFor(target).c_str());
+    copyIntoPlace(from, target, force);
   } catch (const schema::EngineError& e) {
     std::cerr << "csdtool: " << out << ": error " << e.number() << ": " << e.description() << "\n";
     return 1;
@@ -318,14 +275,15 @@ void printRecordset(schema::Recordset& rs, bool firstOnly) {
   std::cout << line << "\n";
   jet::ColumnDef text;  // the layout mdb-export gives text; every value prints by its own kind
   text.type = jet::coltype::kText;
+  jet::ColumnDef blob;
+  blob.type = jet::coltype::kOle;
   for (; !rs.eof(); rs.moveNext()) {
     line.clear();
-    for (size_t i = 0; i < names.size(); ++i) {
+    const std::vector<jet::Value>& values = rs.values();
+    for (size_t i = 0; i < values.size(); ++i) {
       if (i) line += ',';
-      jet::Value v = rs.field(names[i]);
-      jet::ColumnDef kind = text;
-      if (std::holds_alternative<jet::Blob>(v)) kind.type = jet::coltype::kOle;
-      line += csdtool::csvField(kind, v);
+      line +=
+          csdtool::csvField(std::holds_alternative<jet::Blob>(values[i]) ? blob : text, values[i]);
     }
     std::cout << line << "\n";
     if (firstOnly) break;
@@ -387,9 +345,8 @@ int run(const std::vector<std::string>& args) {
       throw schema::EngineError(schema::err::kTableNotFound, schema::sources::kDatabase, {args[2]});
     bool found = false;
     withReadOnly(args[1], [&](schema::SchemaDatabase& db) {
-      schema::Recordset rs = db.openRecordset("select * from [" + args[2] + "]");
-      rs.findFirst(args[3]);
-      if (rs.noMatch()) return;
+      schema::Recordset rs = db.openMatching(args[2], args[3]);
+      if (rs.eof()) return;
       found = true;
       printRecordset(rs, true);
     });
