@@ -17,7 +17,7 @@ QVariant AssociationModel::data(const QModelIndex& index, int role) const {
   const CoordinateSystemAssociation::MapRow& map = association_.maps().at(size_t(index.row()));
   switch (index.column()) {
     case kMap:
-      return map.name;
+      return association_.mapName(size_t(index.row()));
     case kFile:
       return association_.fileName(map.csfid);
     case kCsId:

@@ -16,6 +16,7 @@
 #include <QString>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "folders/folder_tables.h"
@@ -31,7 +32,8 @@ class CoordinateSystemAssociation {
     int16_t csfid = 0;
   };
   struct MapRow {
-    QString name;  // display name
+    uint32_t nameAt = 0, nameSize = 0;  // the stored name in names_; see mapName()
+    std::optional<int32_t> dirId;
     std::optional<int16_t> csfid;
     schema::Recordset::Bookmark mark;
   };
@@ -48,6 +50,9 @@ class CoordinateSystemAssociation {
   // the maps have none or another mode.
   int sharedFile() const { return sharedFile_; }
   const std::vector<MapRow>& maps() const { return maps_; }
+  // The display name of maps()[row], made when asked: a schema may hold
+  // hundreds of thousands of maps, and a view shows a screenful.
+  QString mapName(size_t row) const;
 
   // The display name of a file's key; "" for none or an unknown one.
   QString fileName(std::optional<int16_t> csfid) const;
@@ -68,6 +73,8 @@ class CoordinateSystemAssociation {
   int sharedFile_ = -1;
   std::vector<File> files_;
   std::vector<MapRow> maps_;
+  QHash<int32_t, QString> folders_;  // dirId to path, the first row of a key
+  std::string names_;                // the maps' stored names one after another
   QHash<QString, int16_t> byName_;
   QHash<int16_t, int> byKey_;  // csfid to index in files_
 };

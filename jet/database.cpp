@@ -81,13 +81,13 @@ void Database::readHeader() {
   } else if (vb == kVersionByteJet4) {
     fmt_ = &kJet4Format;
   } else {
-    throw JetError(JetError::Kind::kUnsupported,
-                   "unsupported Jet version byte " + std::to_string(vb) +
-                       "; only Jet 3 and Jet 4 files are read");
+    throw JetError(JetError::Kind::kUnsupported, "unsupported Jet version byte " +
+                                                     std::to_string(vb) +
+                                                     "; only Jet 3 and Jet 4 files are read");
   }
   if (size < fmt_->pageSize)
-    throw JetError(JetError::Kind::kCorrupt, "file of " + std::to_string(size) +
-                                                 " bytes is shorter than one page");
+    throw JetError(JetError::Kind::kCorrupt,
+                   "file of " + std::to_string(size) + " bytes is shorter than one page");
   pageCount_ = static_cast<uint32_t>(std::min<uint64_t>(size / fmt_->pageSize, 0x00FFFFFF));
   header_.version = fmt_->version;
   header_.versionByte = vb;
@@ -103,8 +103,8 @@ void Database::readHeader() {
   } else {
     header_.sortOrder = u16le(&pg0[header::kJet3SortOrderOffset]);
   }
-  int pwSize = fmt_->version == Version::kJet3 ? header::kJet3PasswordSize
-                                               : header::kJet4PasswordSize;
+  int pwSize =
+      fmt_->version == Version::kJet3 ? header::kJet3PasswordSize : header::kJet4PasswordSize;
   // A Jet 4 password is further masked with the creation date; any non-zero
   // byte left after the base mask still tells that one is set.
   for (int i = 0; i < pwSize; ++i)
@@ -128,10 +128,14 @@ Bytes Database::page(uint32_t n) {
   if (n >= pageCount_)
     throwCorrupt(n, "page past end of file (" + std::to_string(pageCount_) + " pages)");
   if (!pages_[n]) {
-    // Read a run of pages not yet loaded in one request: tables and indexes
-    // mostly sit in runs of neighbouring pages.
+    // A read a little past where the last one ended is a walk through
+    // neighbouring pages (a table or an index mostly sits in a run of them),
+    // so it takes the pages after it in the same request; a page elsewhere,
+    // as an index seek wants, comes alone.
     uint32_t last = n + 1;
-    while (last < pageCount_ && last - n < kReadAheadPages && !pages_[last]) ++last;
+    if (n >= lastMiss_ && n - lastMiss_ < kReadAheadPages)
+      while (last < pageCount_ && last - n < kReadAheadPages && !pages_[last]) ++last;
+    lastMiss_ = last;
     const size_t size = fmt_->pageSize;
     makeRoom(last - n);
     readBuffer_.resize(size * (last - n));
@@ -154,8 +158,7 @@ std::vector<uint8_t> Database::loadTableDefBytes(uint32_t first, std::vector<uin
     if (!seen.insert(n).second) throwCorrupt(n, "loop in the table definition's page chain");
     Bytes pg = page(n);
     if (pg[0] != page::kTableDef)
-      throwCorrupt(n, "expected a table definition page, found page type " +
-                          std::to_string(pg[0]));
+      throwCorrupt(n, "expected a table definition page, found page type " + std::to_string(pg[0]));
     pages.push_back(n);
     if (raw.empty()) {
       raw.assign(pg.begin(), pg.end());
@@ -275,8 +278,8 @@ Database::Slot Database::slot(Bytes pg, uint32_t pageNo, unsigned row) {
   if (tableEnd > fmt_->pageSize)
     throwCorrupt(pageNo, "row count " + std::to_string(count) + " overruns the page");
   if (row >= count)
-    throwCorrupt(pageNo, "row " + std::to_string(row) + " not on page (" + std::to_string(count) +
-                             " rows)");
+    throwCorrupt(
+        pageNo, "row " + std::to_string(row) + " not on page (" + std::to_string(count) + " rows)");
   uint16_t raw = u16le(&pg[fmt_->dataRowTableOffset + 2 * row]);
   uint32_t start = raw & kRowOffsetMask;
   uint32_t end = row == 0 ? fmt_->pageSize
@@ -288,8 +291,8 @@ Database::Slot Database::slot(Bytes pg, uint32_t pageNo, unsigned row) {
   if (start < tableEnd || start > end) {
     // A deleted slot may be empty or stale; its bounds do not matter.
     if (raw & kRowDeleted) return {raw, start, start};
-    throwCorrupt(pageNo, "row " + std::to_string(row) + " has bad bounds " +
-                             std::to_string(start) + ".." + std::to_string(end));
+    throwCorrupt(pageNo, "row " + std::to_string(row) + " has bad bounds " + std::to_string(start) +
+                             ".." + std::to_string(end));
   }
   return {raw, start, end};
 }
@@ -382,10 +385,11 @@ void Database::scanRows(const TableDef& t, const std::function<bool(RowId, Bytes
   });
 }
 
-std::vector<std::vector<Value>> Database::readAll(const TableDef& t) {
+std::vector<std::vector<Value>> Database::readAll(const TableDef& t,
+                                                  const std::vector<bool>& wanted) {
   std::vector<std::vector<Value>> rows;
   scanRows(t, [&](RowId, Bytes row) {
-    rows.push_back(decodeRow(t, row));
+    rows.push_back(decodeRow(t, row, wanted));
     return true;
   });
   return rows;

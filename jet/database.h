@@ -24,6 +24,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "jet/bytes.h"
@@ -132,12 +133,13 @@ class Database {
   // nullopt if the slot is deleted.
   std::optional<Bytes> rowData(RowId id);
 
-  // Decodes every column of a row, in TableDef::columns order.
-  std::vector<Value> decodeRow(const TableDef& t, Bytes row);
+  // Decodes a row's columns, in TableDef::columns order: every one, or
+  // those `wanted` flags, the others left Null.
+  std::vector<Value> decodeRow(const TableDef& t, Bytes row, const std::vector<bool>& wanted = {});
   Value decodeColumn(const TableDef& t, const ColumnDef& c, Bytes row);
 
-  // All rows of a table decoded; convenient for tests and small tables.
-  std::vector<std::vector<Value>> readAll(const TableDef& t);
+  // All rows of a table decoded (every column, or those `wanted` flags).
+  std::vector<std::vector<Value>> readAll(const TableDef& t, const std::vector<bool>& wanted = {});
 
   IndexPage readIndexPage(uint32_t n);
   // The rows whose entries in the index hold exactly `key` (as
@@ -296,22 +298,24 @@ class Database {
   std::vector<std::unique_ptr<uint8_t[]>> arena_;
   std::vector<uint8_t*> freeBuffers_;
   std::list<uint32_t> lru_;
-  std::vector<std::list<uint32_t>::iterator> lruAt_;
-  std::vector<bool> inLru_;
+  std::unordered_map<uint32_t, std::list<uint32_t>::iterator> lruAt_;
   size_t cacheLimit_ = 1024;
+  uint32_t lastMiss_ = 0;  // the page the last read from the file ended before
   std::vector<uint8_t> readBuffer_;
   uint8_t* newPageBuffer();
   void touch(uint32_t n);
+  template <typename F>
+  void forEachIndexEntry(uint32_t n, Bytes pg, bool leaf, size_t prefixLength, F&& f);
   void makeRoom(size_t pages);
   std::optional<std::vector<CatalogEntry>> catalog_;
   std::map<uint32_t, std::unique_ptr<TableDef>> tables_;
   std::vector<Frame> frames_;
   std::vector<std::unique_ptr<uint8_t[]>> spare_;  // page buffers for undo images
-  std::map<uint32_t, uint32_t> lastDataPage_;  // table -> page the last row went to
-  std::map<uint64_t, uint32_t> lvalPage_;  // (table, column) -> page long values go to
-  std::optional<std::set<uint32_t>> freePages_;  // free in the global map; see freePages()
+  std::map<uint32_t, uint32_t> lastDataPage_;      // table -> page the last row went to
+  std::map<uint64_t, uint32_t> lvalPage_;          // (table, column) -> page long values go to
+  std::optional<std::set<uint32_t>> freePages_;    // free in the global map; see freePages()
   std::set<uint32_t>& freePages();
-  std::map<uint32_t, std::string> writableVerdict_;  // table -> whyNotWritable()
+  std::map<uint32_t, std::string> writableVerdict_;     // table -> whyNotWritable()
   std::map<uint32_t, std::vector<ColumnRules>> rules_;  // table -> columnRules()
   std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter> indexCache_;
   bool systemWrites_ = false;

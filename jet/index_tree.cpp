@@ -14,8 +14,8 @@
 #include <map>
 #include <set>
 
-#include "jet/database.h"
 #include "jet/bytes.h"
+#include "jet/database.h"
 #include "jet/error.h"
 
 namespace jet {
@@ -66,7 +66,10 @@ size_t commonPrefix(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b
 class Editor {
  public:
   Editor(Database& db, std::map<uint32_t, Node>& cache, const TableDef& t, const RealIndex& ri)
-      : db_(db), fmt_(db.format()), t_(t), ri_(ri),
+      : db_(db),
+        fmt_(db.format()),
+        t_(t),
+        ri_(ri),
         capacity_(fmt_.pageSize - fmt_.indexEntryMaskOffset - fmt_.indexEntryMaskSize),
         nodes_(cache) {}
 
@@ -142,28 +145,6 @@ class Editor {
     return false;
   }
 
-  // Every row whose entry holds exactly `key`, in index order.
-  std::vector<RowId> rowsWithKey(const std::vector<uint8_t>& key) {
-    Entry probe{key, RowId{0, 0}, 0};
-    uint32_t n = ri_.rootPage;
-    while (!load(n).leaf) {
-      Node& node = load(n);
-      n = node.entries[childFor(node, probe)].child;
-    }
-    std::vector<RowId> out;
-    std::set<uint32_t> seen;
-    while (n != 0 && seen.insert(n).second) {
-      Node& leaf = load(n);
-      for (const Entry& x : leaf.entries) {
-        if (less(x.key, x.row, key, RowId{0, 0})) continue;
-        if (x.key != key) return out;
-        out.push_back(x.row);
-      }
-      n = leaf.next;
-    }
-    return out;
-  }
-
   // Fills an index whose root is an empty leaf with entries already in
   // order, level by level, every page as full as it goes.
   void fill(std::vector<Entry> level) {
@@ -237,8 +218,7 @@ class Editor {
       tail.child = ip.tail;
       node.entries.push_back(std::move(tail));
     }
-    if (!node.leaf && node.entries.empty())
-      throwCorrupt(n, "index node page without children");
+    if (!node.leaf && node.entries.empty()) throwCorrupt(n, "index node page without children");
     return nodes_.emplace(n, std::move(node)).first->second;
   }
 
@@ -287,10 +267,11 @@ class Editor {
 
   size_t encodedSize(const Node& node) const {
     const size_t ptr = node.leaf ? 4 : 8;
-    size_t stored = node.leaf || node.entries.size() <= 1 ? node.entries.size()
-                                                          : node.entries.size() - 1;
+    size_t stored =
+        node.leaf || node.entries.size() <= 1 ? node.entries.size() : node.entries.size() - 1;
     if (stored == 0) return 0;
-    size_t prefix = stored > 1 ? commonPrefix(node.entries[0].key, node.entries[stored - 1].key) : 0;
+    size_t prefix =
+        stored > 1 ? commonPrefix(node.entries[0].key, node.entries[stored - 1].key) : 0;
     size_t total = 0;
     for (size_t i = 0; i < stored; ++i) total += node.entries[i].key.size() + ptr;
     return total - prefix * (stored - 1);
@@ -545,8 +526,8 @@ void Database::indexInsert(const TableDef& t, const RealIndex& ri, std::vector<u
   ed.write();
 }
 
-void Database::indexRemove(const TableDef& t, const RealIndex& ri,
-                           const std::vector<uint8_t>& key, RowId id) {
+void Database::indexRemove(const TableDef& t, const RealIndex& ri, const std::vector<uint8_t>& key,
+                           RowId id) {
   Editor ed(*this, nodeCache(indexCache_), t, ri);
   if (ed.remove(key, id)) countUniqueEntries(t, ri, -1);
   ed.write();
@@ -581,14 +562,6 @@ void Database::countUniqueEntries(const TableDef& t, const RealIndex& ri, int64_
     putTableU32(mt, at, m.uniqueEntryCount);
     return;
   }
-}
-
-std::vector<RowId> Database::indexLookup(const TableDef& t, const RealIndex& ri,
-                                        const std::vector<uint8_t>& key) {
-  return guarded([&] {
-    Editor ed(*this, nodeCache(indexCache_), t, ri);
-    return ed.rowsWithKey(key);
-  });
 }
 
 bool Database::indexContainsKey(const TableDef& t, const RealIndex& ri,

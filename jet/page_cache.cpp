@@ -20,17 +20,13 @@ uint8_t* Database::newPageBuffer() {
 }
 
 void Database::touch(uint32_t n) {
-  if (inLru_.size() < pages_.size()) {
-    inLru_.resize(pages_.size(), false);
-    lruAt_.resize(pages_.size());
-  }
-  if (inLru_[n]) {
-    if (lruAt_[n] != lru_.begin()) lru_.splice(lru_.begin(), lru_, lruAt_[n]);
+  auto [at, added] = lruAt_.try_emplace(n);
+  if (!added) {
+    if (at->second != lru_.begin()) lru_.splice(lru_.begin(), lru_, at->second);
     return;
   }
   lru_.push_front(n);
-  lruAt_[n] = lru_.begin();
-  inLru_[n] = true;
+  at->second = lru_.begin();
 }
 
 void Database::makeRoom(size_t pages) {
@@ -50,7 +46,7 @@ void Database::makeRoom(size_t pages) {
       pages_[n] = nullptr;
     }
     lru_.pop_back();
-    if (n < inLru_.size()) inLru_[n] = false;
+    lruAt_.erase(n);
   }
 }
 

@@ -99,8 +99,8 @@ std::vector<uint8_t> Database::readLongValue(Bytes h, uint32_t pageNo) {
   // copying pages.
   const uint64_t fileBytes = static_cast<uint64_t>(pageCount_) * fmt_->pageSize;
   if (static_cast<uint64_t>(length) > fileBytes)
-    throwCorrupt(pageNo, "long value claims " + std::to_string(length) +
-                             " bytes, more than the file holds");
+    throwCorrupt(
+        pageNo, "long value claims " + std::to_string(length) + " bytes, more than the file holds");
   if (scanLongValueBytes_ != kNotScanning) {
     scanLongValueBytes_ += length;
     if (scanLongValueBytes_ > 16 * fileBytes)
@@ -151,16 +151,23 @@ Value Database::decodeWith(const TableDef&, const ColumnDef& c, Bytes row, const
     // A fixed-size type may sit in a variable slot (Jet 3 system tables do
     // this); either way its bytes must be exactly its size.
     if (size_t need = static_cast<size_t>(fixedSizeOf(c.type)); need && b.size() != need)
-      throwCorrupt(pg, "column '" + c.name + "' holds " + std::to_string(b.size()) +
-                           " bytes, a " + typeName(c.type) + " takes " + std::to_string(need));
+      throwCorrupt(pg, "column '" + c.name + "' holds " + std::to_string(b.size()) + " bytes, a " +
+                           typeName(c.type) + " takes " + std::to_string(need));
     switch (c.type) {
-      case coltype::kByte: return static_cast<int32_t>(b[0]);
-      case coltype::kInteger: return static_cast<int32_t>(static_cast<int16_t>(u16le(b.data())));
-      case coltype::kLong: return static_cast<int32_t>(u32le(b.data()));
-      case coltype::kCurrency: return Currency{static_cast<int64_t>(u64le(b.data()))};
-      case coltype::kSingle: return f32le(b.data());
-      case coltype::kDouble: return f64le(b.data());
-      case coltype::kDateTime: return DateTime{f64le(b.data())};
+      case coltype::kByte:
+        return static_cast<int32_t>(b[0]);
+      case coltype::kInteger:
+        return static_cast<int32_t>(static_cast<int16_t>(u16le(b.data())));
+      case coltype::kLong:
+        return static_cast<int32_t>(u32le(b.data()));
+      case coltype::kCurrency:
+        return Currency{static_cast<int64_t>(u64le(b.data()))};
+      case coltype::kSingle:
+        return f32le(b.data());
+      case coltype::kDouble:
+        return f64le(b.data());
+      case coltype::kDateTime:
+        return DateTime{f64le(b.data())};
       case coltype::kGuid: {
         Guid g;
         std::copy_n(b.begin(), g.bytes.size(), g.bytes.begin());
@@ -177,13 +184,15 @@ Value Database::decodeWith(const TableDef&, const ColumnDef& c, Bytes row, const
       case coltype::kText:
         if (fmt_->version == Version::kJet4) return jet4TextToUtf8(b);
         return codePageToUtf8(b, header_.codePage);
-      case coltype::kBinary: return Blob(b.begin(), b.end());
+      case coltype::kBinary:
+        return Blob(b.begin(), b.end());
       case coltype::kMemo: {
         std::vector<uint8_t> data = readLongValue(b, pg);
         if (fmt_->version == Version::kJet4) return jet4TextToUtf8(data);
         return codePageToUtf8(data, header_.codePage);
       }
-      case coltype::kOle: return readLongValue(b, pg);
+      case coltype::kOle:
+        return readLongValue(b, pg);
       default:
         // Unknown kinds (complex columns, attachments) come back as bytes.
         return Blob(b.begin(), b.end());
@@ -191,11 +200,13 @@ Value Database::decodeWith(const TableDef&, const ColumnDef& c, Bytes row, const
   });
 }
 
-std::vector<Value> Database::decodeRow(const TableDef& t, Bytes row) {
+std::vector<Value> Database::decodeRow(const TableDef& t, Bytes row,
+                                       const std::vector<bool>& wanted) {
   RowLayout l = guarded([&] { return RowLayout::of(*fmt_, t, row, lastRowPage_); });
-  std::vector<Value> out;
-  out.reserve(t.columns.size());
-  for (const ColumnDef& c : t.columns) out.push_back(decodeWith(t, c, row, l));
+  std::vector<Value> out(t.columns.size());
+  for (size_t i = 0; i < t.columns.size(); ++i)
+    if (wanted.empty() || (i < wanted.size() && wanted[i]))
+      out[i] = decodeWith(t, t.columns[i], row, l);
   return out;
 }
 

@@ -40,20 +40,28 @@ std::optional<std::vector<jet::RowId>> indexedRows(jet::Database& db, const jet:
       continue;
     const jet::ColumnDef* col = t.findColumn(field->name);
     if (!col) continue;
-    const size_t at = static_cast<size_t>(col - t.columns.data());
-    for (const jet::RealIndex& ri : t.realIndexes) {
-      if (ri.columns.size() != 1 || ri.columns[0].column != at) continue;
-      try {
-        std::vector<jet::Value> row(t.columns.size());
-        row[at] = jet::coerceValue(db.format(), *col, literal->value);
-        std::vector<jet::RowId> ids =
-            db.indexLookup(t, ri, jet::encodeIndexKey(db.format(), t, ri, row));
-        std::sort(ids.begin(), ids.end());
-        ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
-        return ids;
-      } catch (const jet::JetError&) {
-        // A value the column cannot hold: the plain search reports it.
-      }
+    if (auto ids =
+            rowsWithValue(db, t, static_cast<size_t>(col - t.columns.data()), literal->value))
+      return ids;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::vector<jet::RowId>> rowsWithValue(jet::Database& db, const jet::TableDef& t,
+                                                     size_t at, const jet::Value& value) {
+  if (jet::isNull(value)) return std::nullopt;
+  for (const jet::RealIndex& ri : t.realIndexes) {
+    if (ri.columns.size() != 1 || ri.columns[0].column != at) continue;
+    try {
+      std::vector<jet::Value> row(t.columns.size());
+      row[at] = jet::coerceValue(db.format(), t.columns[at], value);
+      std::vector<jet::RowId> ids =
+          db.indexLookup(t, ri, jet::encodeIndexKey(db.format(), t, ri, row));
+      std::sort(ids.begin(), ids.end());
+      ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+      return ids;
+    } catch (const jet::JetError&) {
+      // A value the column cannot hold: the plain search reports it.
     }
   }
   return std::nullopt;

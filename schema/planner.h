@@ -21,6 +21,13 @@ namespace schema {
 std::optional<std::vector<jet::RowId>> indexedRows(jet::Database& db, const jet::TableDef& t,
                                                    std::string_view alias, const Expr& cond);
 
+// The rows of `t` whose column `at` can hold `value`, from a one-column
+// index on it; nullopt when the column has none or the value has no key
+// (Null, a value the column cannot hold). Candidates, in storage order: each
+// must still be tested, as an index key may not tell every value apart.
+std::optional<std::vector<jet::RowId>> rowsWithValue(jet::Database& db, const jet::TableDef& t,
+                                                     size_t at, const jet::Value& value);
+
 // The columns of `t` that `cond` names (unqualified, or qualified by the
 // table's name or `alias`), each once: what a row must decode for the test.
 std::vector<size_t> columnsNamed(const jet::TableDef& t, std::string_view alias, const Expr& cond);

@@ -381,6 +381,8 @@ void Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const Se
         allColumnsInOrder_ = columns_[i].column == i;
       const uint32_t epoch = static_cast<uint32_t>(c.rollbacks);
       if (!st.where) {
+        // The count a table keeps is a hint; a damaged one must not reserve gigabytes.
+        members_.reserve(std::min<size_t>(t.rowCount, size_t{c.db->pageCount()} * 64));
         c.db->scanRows(t, [&](jet::RowId id, jet::Bytes) {
           members_.push_back({nextMark_++, id, epoch});
           return true;
@@ -407,8 +409,17 @@ void Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const Se
       c.touched.insert(&t);
     } else {
       // Read-only results are computed once, table by table (see Join).
+      // Of each table only the columns shown or tested are decoded.
+      std::vector<std::vector<bool>> wanted(sources_.size());
+      for (size_t s = 0; s < sources_.size(); ++s)
+        wanted[s].assign(sources_[s].table->columns.size(), false);
+      for (const Column& col : columns_) wanted[col.source][col.column] = true;
+      if (st.where)
+        for (const Expr* f : fieldsOf(*st.where))
+          if (auto at = joined.resolve(f->table, f->name)) wanted[at->first][at->second] = true;
       std::vector<std::vector<std::vector<jet::Value>>> all(sources_.size());
-      for (size_t s = 0; s < sources_.size(); ++s) all[s] = c.db->readAll(*sources_[s].table);
+      for (size_t s = 0; s < sources_.size(); ++s)
+        all[s] = c.db->readAll(*sources_[s].table, wanted[s]);
       Join join(joined, all, st.where.get());
       join.run([&] {
         std::vector<jet::Value> out;

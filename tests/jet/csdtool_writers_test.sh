@@ -4,7 +4,7 @@
 # a live lock holder refuses it and a killed one does not; what interrupted
 # writes left beside the document goes; links lead to the real file and a
 # read-only document stays as it was; compaction keeps rows and counters and
-# fails cleanly; find takes a table's name, not SQL, and
+# fails cleanly; a batch lands whole or not at all; find takes a table's name, not SQL, and
 # a query nested beyond reason is refused, not a crash.
 #
 #   csdtool_writers_test.sh CSDTOOL TEMPLATE
@@ -104,6 +104,19 @@ cmp -s "$work/cut.csd" "$work/cut.before" || fail "a failed compact changed the 
 "$csdtool" compact "$doc" && "$csdtool" check "$doc" || fail "compact in place"
 "$csdtool" export "$doc" Directories | sort | cmp -s - "$work/Directories.want" || fail "in place"
 [[ -z $(ls -A "$work" | grep -E 'compact-|csdtool-.{6}$') ]] || fail "working copies left: $(ls -A "$work")"
+
+# A batch is one commit: every line, or at a failing line none of them.
+printf '%s\n' '# two maps in one folder' 'insert Maps "Name=a b.dgn" dirId=77 csfid=1' \
+  'insert Maps Name=c.dgn dirId=77 csfid=1' 'update Maps --where dirId=77 --set csfid=5' \
+  'delete Maps "Name=A B.DGN"' >"$work/batch"
+out=$("$csdtool" batch "$doc" <"$work/batch" | tail -n 2 | tr '\n' ' ')
+[[ $out == "2 1 " ]] || fail "batch printed '$out'"
+[[ $("$csdtool" find "$doc" Maps "dirId = 77" | tail -n 1) == *',"c.dgn",77,5' ]] || fail "batch rows"
+cp "$doc" "$work/before"
+printf 'insert Maps Name=d.dgn\n\ninsert Maps nosuch=1\n' | "$csdtool" batch "$doc" 2>"$work/err" &&
+  fail "a batch with a bad line"
+grep -q "line 3: table 'Maps' has no column 'nosuch'" "$work/err" && cmp -s "$doc" "$work/before" ||
+  fail "a failed batch: $(cat "$work/err")"
 
 chmod 444 "$doc"
 cp "$doc" "$work/before"

@@ -92,7 +92,8 @@ size_t columnIndex(const TableDef& t, std::string_view name) {
 // A row as mdb-export prints it (and as failure messages show it).
 std::string csvLine(const TableDef& t, const Row& r) {
   std::string out;
-  for (size_t i = 0; i < r.size(); ++i) out += (i ? "," : "") + csdtool::csvField(t.columns[i], r[i]);
+  for (size_t i = 0; i < r.size(); ++i)
+    out += (i ? "," : "") + csdtool::csvField(t.columns[i], r[i]);
   return out;
 }
 
@@ -130,7 +131,8 @@ class TempDir {
 
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  out.write(reinterpret_cast<const char*>(bytes.data()),
+            static_cast<std::streamsize>(bytes.size()));
   if (!out) throw std::runtime_error("cannot write " + path);
 }
 
@@ -151,14 +153,16 @@ std::optional<GlobalMapBit> globalMapBit(const std::vector<uint8_t>& bytes, uint
   if (pg[start] == kUsageMapInline) {
     uint32_t first = u32le(pg + start + 1);
     if (n < first || (n - first) / 8 >= len - 5) return std::nullopt;
-    return GlobalMapBit{ps + start + 5 + (n - first) / 8, static_cast<uint8_t>(1 << ((n - first) % 8))};
+    return GlobalMapBit{ps + start + 5 + (n - first) / 8,
+                        static_cast<uint8_t>(1 << ((n - first) % 8))};
   }
   const uint32_t perPage = (ps - 4) * 8;
   size_t slot = n / perPage;
   if (1 + 4 * slot + 4 > len) return std::nullopt;
   uint32_t mp = u32le(pg + start + 1 + 4 * slot);
   if (mp == 0) return std::nullopt;
-  return GlobalMapBit{mp * ps + 4 + (n % perPage) / 8, static_cast<uint8_t>(1 << (n % perPage % 8))};
+  return GlobalMapBit{mp * ps + 4 + (n % perPage) / 8,
+                      static_cast<uint8_t>(1 << (n % perPage % 8))};
 }
 
 std::set<uint32_t> freeInGlobalMap(const std::vector<uint8_t>& bytes) {
@@ -281,7 +285,8 @@ std::vector<std::string> seenByMdbtools(const std::string& path, const std::stri
 void expectSameRows(const std::vector<std::string>& want, const std::vector<std::string>& got) {
   if (want == got) return;
   std::vector<std::string> missing, extra;
-  std::set_difference(want.begin(), want.end(), got.begin(), got.end(), std::back_inserter(missing));
+  std::set_difference(want.begin(), want.end(), got.begin(), got.end(),
+                      std::back_inserter(missing));
   std::set_difference(got.begin(), got.end(), want.begin(), want.end(), std::back_inserter(extra));
   auto some = [](const std::vector<std::string>& v) {
     std::string s;
@@ -359,7 +364,8 @@ class Table1Model {
     r[5] = maybe(std::uniform_int_distribution<int>(-100000000, 100000000)(rng_) / 64.0);
     r[6] = maybe(DateTime{std::uniform_int_distribution<int>(1, 73000)(rng_) +
                           std::uniform_int_distribution<int>(0, 86399)(rng_) / 86400.0});
-    r[7] = maybe(Currency{std::uniform_int_distribution<int64_t>(-1000000000000LL, 1000000000000LL)(rng_)});
+    r[7] = maybe(
+        Currency{std::uniform_int_distribution<int64_t>(-1000000000000LL, 1000000000000LL)(rng_)});
     r[8] = rng_() % 2 == 0;
     return r;
   }
@@ -373,8 +379,10 @@ class Table1Model {
       v.append(std::min<size_t>(50 - charCount(v), 1 + rng_() % 3), ' ');
     } else {
       for (char& c : v)
-        if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
-        else if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+        if (c >= 'a' && c <= 'z')
+          c = static_cast<char>(c - 32);
+        else if (c >= 'A' && c <= 'Z')
+          c = static_cast<char>(c + 32);
     }
     return v;
   }
@@ -394,9 +402,9 @@ class Table1Model {
       if (!rows_.empty() && rng_() % 6 == 0) {
         const Entry& other = pick();
         r[0] = variantOf(std::get<std::string>(other.values[0]));
-        ASSERT_EQ(key(r), key(other.values)) << "'" << std::get<std::string>(r[0]) << "' and '"
-                                             << std::get<std::string>(other.values[0])
-                                             << "' are one key to Access";
+        ASSERT_EQ(key(r), key(other.values))
+            << "'" << std::get<std::string>(r[0]) << "' and '"
+            << std::get<std::string>(other.values[0]) << "' are one key to Access";
       }
       if (rows_.count(key(r))) return expectRefused([&] { db_->insertRow(*t_, r); });
       RowId id = db_->insertRow(*t_, r);
@@ -487,6 +495,18 @@ class Table1Model {
       EXPECT_EQ(ri.uniqueEntryCount, keys.size())
           << "index " << ri.number << "'s unique-entry count";
       if (!db_->readIndexPage(ri.rootPage).leaf) ++branchedIndexes;
+      // A seek finds what the whole walk lists for a key, runs of equal keys
+      // across leaves included; a key between two held ones finds nothing.
+      std::map<std::vector<uint8_t>, std::vector<RowId>> byKey;
+      for (const IndexEntry& e : entries) byKey[e.key].push_back(e.row);
+      size_t k = 0;
+      for (const auto& [key, rows] : byKey) {
+        if (k++ % 7) continue;
+        EXPECT_EQ(db_->indexLookup(t, ri, key), rows) << "index " << ri.number;
+        std::vector<uint8_t> between = key;
+        between.push_back(0);
+        if (!byKey.count(between)) EXPECT_TRUE(db_->indexLookup(t, ri, between).empty());
+      }
     }
   }
 
@@ -597,8 +617,15 @@ TEST(WriterModel, TextKeysClashAsAccessComparesThem) {
   std::unique_ptr<Database> db = openCopy("testV2000.mdb");
   const TableDef& t = db->table("Table1");
   auto row = [](const std::string& a) {
-    return Row{a, std::monostate{}, std::monostate{}, std::monostate{}, std::monostate{},
-               std::monostate{}, std::monostate{}, std::monostate{}, false};
+    return Row{a,
+               std::monostate{},
+               std::monostate{},
+               std::monostate{},
+               std::monostate{},
+               std::monostate{},
+               std::monostate{},
+               std::monostate{},
+               false};
   };
   db->insertRow(t, row("Façade"));
   for (const char* same : {"FAÇADE", "façade", "Façade  ", "fAÇADE "}) {
@@ -684,7 +711,6 @@ TEST(WriterModel, RandomLongValuesReadBackExactly) {
     ASSERT_EQ(stored.size(), model.size());
     for (const auto& [rid, r] : model) ASSERT_TRUE(stored[rid] == r) << "row at " << toString(rid);
   }
-
 }
 
 // ---- Round trips through every writable table, Jet 3 and Jet 4 ----
@@ -761,14 +787,22 @@ class RowMaker {
     if (c.isAutoNumber()) return {};
     const int s = serial;
     switch (c.type) {
-      case coltype::kBoolean: return s % 2 == 1;
-      case coltype::kByte: return static_cast<int32_t>((s * 37 + static_cast<int>(i)) % 256);
-      case coltype::kInteger: return static_cast<int32_t>(s % 2 ? 1000 + s : -1000 - s);
-      case coltype::kLong: return static_cast<int32_t>(700000 + 13 * s + static_cast<int>(i));
-      case coltype::kCurrency: return Currency{12345LL * s - 500000};
-      case coltype::kSingle: return static_cast<float>(s) + 0.1f;
-      case coltype::kDouble: return s + 1.0 / 3.0;
-      case coltype::kDateTime: return DateTime{40000 + s + ((s * 3731 + 17) % 86400) / 86400.0};
+      case coltype::kBoolean:
+        return s % 2 == 1;
+      case coltype::kByte:
+        return static_cast<int32_t>((s * 37 + static_cast<int>(i)) % 256);
+      case coltype::kInteger:
+        return static_cast<int32_t>(s % 2 ? 1000 + s : -1000 - s);
+      case coltype::kLong:
+        return static_cast<int32_t>(700000 + 13 * s + static_cast<int>(i));
+      case coltype::kCurrency:
+        return Currency{12345LL * s - 500000};
+      case coltype::kSingle:
+        return static_cast<float>(s) + 0.1f;
+      case coltype::kDouble:
+        return s + 1.0 / 3.0;
+      case coltype::kDateTime:
+        return DateTime{40000 + s + ((s * 3731 + 17) % 86400) / 86400.0};
       case coltype::kGuid: {
         Guid g;
         for (int k = 0; k < 16; ++k) g.bytes[k] = static_cast<uint8_t>(s * 31 + k * 7);
@@ -821,8 +855,8 @@ class RowMaker {
 // the table must hold afterwards.
 struct TableRoundTrip {
   std::string name;
-  std::vector<std::string> csvBefore;               // as mdb-export saw the original
-  std::map<int, Row> ours;                        // by insertion number
+  std::vector<std::string> csvBefore;              // as mdb-export saw the original
+  std::map<int, Row> ours;                         // by insertion number
   std::vector<std::pair<Row, Row>> changedTheirs;  // rows Access wrote: before, after
   std::vector<Row> deletedTheirs;
 
@@ -883,7 +917,8 @@ struct TableRoundTrip {
         db.deleteRow(t, theirs[n]);
         continue;
       }
-      Row after = make.retexted(before, serialBase + 15 + static_cast<int>(n), n % 2 ? 20000 : 3000);
+      Row after =
+          make.retexted(before, serialBase + 15 + static_cast<int>(n), n % 2 ? 20000 : 3000);
       if (after == before) continue;
       db.updateRow(t, theirs[n], after);
       EXPECT_EQ(stored(theirs[n]), after);
@@ -1081,6 +1116,10 @@ TEST_P(WriterIndexes, OneValueInManyRowsThenEveryRowGone) {
     for (const auto& [id, v] : live) want.insert(id);
     EXPECT_EQ(listed, want);
     EXPECT_EQ(entries.size(), live.size());
+    // A seek gives the whole run of a key, however many leaves it spans.
+    std::map<std::vector<uint8_t>, std::vector<RowId>> byKey;
+    for (const IndexEntry& e : entries) byKey[e.key].push_back(e.row);
+    for (const auto& [key, rows] : byKey) EXPECT_EQ(db->indexLookup(t, b, key), rows);
   };
   checkB("all equal");
   EXPECT_FALSE(db->readIndexPage(realIndexOf(t, *t.findIndex("B")).rootPage).leaf);
@@ -1127,16 +1166,17 @@ TEST_P(WriterIndexes, OneValueInManyRowsThenEveryRowGone) {
   for (uint32_t n = pagesAtStart; n < db->pageCount(); ++n) {
     bool cleared = bytes[static_cast<size_t>(n) * 4096] == 0;
     given += cleared;
-    EXPECT_EQ(free.count(n), cleared ? 1u : 0u) << "page " << n << (cleared ? " given back" : " in use");
+    EXPECT_EQ(free.count(n), cleared ? 1u : 0u)
+        << "page " << n << (cleared ? " given back" : " in use");
   }
   EXPECT_GT(given, 5u);
 }
 
-INSTANTIATE_TEST_SUITE_P(GlobalMapKinds, WriterIndexes,
-                         testing::Values("testV2000.mdb", "testRefGlobalV2000.mdb"),
-                         [](const auto& info) {
-                           return std::string(info.param).substr(0, std::string(info.param).find('.'));
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    GlobalMapKinds, WriterIndexes, testing::Values("testV2000.mdb", "testRefGlobalV2000.mdb"),
+    [](const auto& info) {
+      return std::string(info.param).substr(0, std::string(info.param).find('.'));
+    });
 
 TEST(WriterCheck, FindsAPageInUseMarkedFreeInEitherKindOfGlobalMap) {
   // checkDatabase() must notice the global map calling a page of Table1
@@ -1146,7 +1186,8 @@ TEST(WriterCheck, FindsAPageInUseMarkedFreeInEitherKindOfGlobalMap) {
     auto db = openCopy(file);
     const TableDef& t = db->table("Table1");
     const uint32_t pagesAtStart = db->pageCount();
-    for (int i = 0; i < 200; ++i) db->insertRow(t, table1Row("page filler " + std::to_string(i) + filler(30, i)));
+    for (int i = 0; i < 200; ++i)
+      db->insertRow(t, table1Row("page filler " + std::to_string(i) + filler(30, i)));
     std::vector<uint8_t> bytes = flushed(*db);
     uint32_t victim = db->usageMapPages(t.ownedPages).back();
     ASSERT_GE(victim, pagesAtStart);
@@ -1156,10 +1197,10 @@ TEST(WriterCheck, FindsAPageInUseMarkedFreeInEitherKindOfGlobalMap) {
     std::vector<std::string> faults = checkDatabase(*jettest::openBytes(bytes, file));
     std::string all = joinLines(faults);
     EXPECT_NE(all.find("page " + std::to_string(victim)), std::string::npos)
-        << "no fault names page " << victim << ":\n" << all;
+        << "no fault names page " << victim << ":\n"
+        << all;
   }
 }
-
 
 TEST(WriterCheck, FindsARowItsIndexesDoNotMatch) {
   // A row changed or dropped behind its indexes' back: check reads rows and
@@ -1268,7 +1309,8 @@ TEST(WriterAutoNumber, NumbersFollowTheCounterAndExplicitValuesAndSurviveAReopen
   auto reopened = jettest::openBytes(flushed(*db), "testV2000.mdb");
   const TableDef& t2 = reopened->table("Table3");
   EXPECT_EQ(t2.nextAutoNumber, t.nextAutoNumber);
-  const int32_t next = numberOf(*reopened, reopened->insertRow(t2, {std::monostate{}, std::string("x")}));
+  const int32_t next =
+      numberOf(*reopened, reopened->insertRow(t2, {std::monostate{}, std::string("x")}));
   EXPECT_EQ(static_cast<uint32_t>(next), t.nextAutoNumber + 1);
   std::vector<std::string> faults = checkDatabase(*reopened);
   EXPECT_TRUE(faults.empty()) << joinLines(faults);
@@ -1286,10 +1328,13 @@ TEST(WriterAtomicity, RefusedInsertsAndUpdatesLeaveTheFileAsItWas) {
     return true;
   });
   // Each row breaks one rule; the column at fault is named.
-  const std::pair<size_t, Value> bad[] = {
-      {0, std::string(51, 'a')},       {1, std::string(100, 'b') + "€"}, {2, 256},
-      {3, 40000},                      {4, std::string("12")},
-      {6, std::string("1974-09-21")}, {0, std::monostate{}}};
+  const std::pair<size_t, Value> bad[] = {{0, std::string(51, 'a')},
+                                          {1, std::string(100, 'b') + "€"},
+                                          {2, 256},
+                                          {3, 40000},
+                                          {4, std::string("12")},
+                                          {6, std::string("1974-09-21")},
+                                          {0, std::monostate{}}};
   for (const auto& [column, value] : bad) {
     Row r = table1Row("new");
     r[column] = value;
@@ -1352,8 +1397,10 @@ TEST(WriterAtomicity, AReadFailingAnywhereInAnEditUndoesEveryPage) {
   const std::vector<uint8_t> original = readFile(corpusPath("test2V2000.mdb"));
   using Op = std::function<void(Database&, const TableDef&, RowId)>;
   const std::pair<const char*, Op> ops[] = {
-      {"insert", [](Database& db, const TableDef& t, RowId) { db.insertRow(t, bigProjectRow(t, 2)); }},
-      {"update", [](Database& db, const TableDef& t, RowId id) { db.updateRow(t, id, bigProjectRow(t, 2)); }},
+      {"insert",
+       [](Database& db, const TableDef& t, RowId) { db.insertRow(t, bigProjectRow(t, 2)); }},
+      {"update",
+       [](Database& db, const TableDef& t, RowId id) { db.updateRow(t, id, bigProjectRow(t, 2)); }},
       {"delete", [](Database& db, const TableDef& t, RowId id) { db.deleteRow(t, id); }},
   };
   int failed = 0;
@@ -1362,7 +1409,8 @@ TEST(WriterAtomicity, AReadFailingAnywhereInAnEditUndoesEveryPage) {
     for (long k = 0; k < 400 && !succeeded; ++k) {
       SCOPED_TRACE(std::string(what) + ", read " + std::to_string(k / 2) +
                    (k % 2 ? " after another insert" : ""));
-      auto faulty = std::make_unique<FaultyStore>(std::make_unique<MemoryStore>(original, "test2V2000.mdb"));
+      auto faulty =
+          std::make_unique<FaultyStore>(std::make_unique<MemoryStore>(original, "test2V2000.mdb"));
       FaultyStore& fs = *faulty;
       auto db = Database::open(std::move(faulty));
       const TableDef& t = db->table("MSP_PROJECTS");
@@ -1419,12 +1467,15 @@ TEST(WriterSavepoints, RollbackRestoresEveryPageAndTheDefinitions) {
     size_t sp = db->savepoint();
     std::vector<RowId> added;
     for (int i = 0; i < (name == "Table1" ? 300 : 40); ++i)
-      added.push_back(name == "Table1" ? db->insertRow(t, table1Row("row " + std::to_string(i) + filler(30, i)))
-                                       : db->insertRow(t, bigProjectRow(t, i)));
+      added.push_back(name == "Table1"
+                          ? db->insertRow(t, table1Row("row " + std::to_string(i) + filler(30, i)))
+                          : db->insertRow(t, bigProjectRow(t, i)));
     for (size_t i = 0; i < added.size(); i += 3) {
       Row r = db->decodeRow(t, *db->rowData(added[i]));
-      if (name == "Table1") r[1] = filler(100, i);  // grows: some rows move to overflow slots
-      else r[columnIndex(t, "PROJ_PROP_AUTHOR")] = std::string("short");
+      if (name == "Table1")
+        r[1] = filler(100, i);  // grows: some rows move to overflow slots
+      else
+        r[columnIndex(t, "PROJ_PROP_AUTHOR")] = std::string("short");
       db->updateRow(t, added[i], r);
     }
     for (size_t i = 1; i < added.size(); i += 3) db->deleteRow(t, added[i]);
@@ -1471,7 +1522,8 @@ TEST(WriterRefusals, ReadOnlyStoresAndSystemTablesSayWhy) {
     db->scanRows(t, [&](RowId id, Bytes) { return first = id, false; });
     for (std::string msg :
          {expectError(Kind::kUnsupported, [&] { db->insertRow(t, Row(t.columns.size())); }),
-          expectError(Kind::kUnsupported, [&] { db->updateRow(t, first, db->decodeRow(t, *db->rowData(first))); }),
+          expectError(Kind::kUnsupported,
+                      [&] { db->updateRow(t, first, db->decodeRow(t, *db->rowData(first))); }),
           expectError(Kind::kUnsupported, [&] { db->deleteRow(t, first); })}) {
       EXPECT_NE(msg.find("system table"), std::string::npos) << msg;
       EXPECT_NE(msg.find("MSysObjects"), std::string::npos) << msg;
@@ -1504,13 +1556,15 @@ TEST(WriterFlush, AFailedWriteRaisesIoAndTheCallerMustWorkOnACopy) {
   const std::vector<uint8_t> original = readFile(corpusPath("testV2000.mdb"));
   auto edit = [](Database& db) {
     const TableDef& t = db.table("Table1");
-    for (int i = 0; i < 150; ++i) db.insertRow(t, table1Row("flush " + std::to_string(i) + filler(40, i)));
+    for (int i = 0; i < 150; ++i)
+      db.insertRow(t, table1Row("flush " + std::to_string(i) + filler(40, i)));
   };
   auto plain = jettest::openBytes(original, "testV2000.mdb");
   edit(*plain);
   const std::vector<uint8_t> intended = flushed(*plain);
 
-  auto faulty = std::make_unique<FaultyStore>(std::make_unique<MemoryStore>(original, "testV2000.mdb"));
+  auto faulty =
+      std::make_unique<FaultyStore>(std::make_unique<MemoryStore>(original, "testV2000.mdb"));
   FaultyStore& fs = *faulty;
   const auto& inner = static_cast<MemoryStore&>(fs.inner()).bytes();
   auto db = Database::open(std::move(faulty));

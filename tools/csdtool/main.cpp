@@ -10,6 +10,7 @@
 #include <functional>
 #include <iostream>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -21,6 +22,7 @@
 #include "jet/journal.h"
 #include "schema/document_lock.h"
 #include "schema/engine_error.h"
+#include "schema/planner.h"
 #include "schema/recordset.h"
 #include "schema/schema_database.h"
 #include "tools/csdtool/csv_export.h"
@@ -49,6 +51,10 @@ const char kUsage[] =
     "                         change the matching rows; prints how many changed\n"
     "  delete FILE TABLE COL=VALUE...\n"
     "                         delete the matching rows; prints how many went\n"
+    "  batch FILE             the edits of standard input, one a line (insert, update or\n"
+    "                         delete, then TABLE and the arguments as above; double quotes\n"
+    "                         group words, # begins a comment line), made in one commit:\n"
+    "                         all of them, or at the first that fails none\n"
     "  compact FILE [OUT]     rewrite FILE without free pages and deleted rows, into OUT\n"
     "                         if given, else in place\n"
     "  new --template mstn|autocad|PATH OUT [--force]\n"
@@ -141,14 +147,161 @@ std::vector<jet::RowId> matchingRows(jet::Database& db, const jet::TableDef& t,
   if (std::string why = db.whyNotWritable(t); !why.empty())
     throw jet::JetError(jet::JetError::Kind::kUnsupported,
                         db.fileName() + ": cannot write to '" + t.name + "': " + why);
-  std::vector<jet::RowId> ids;
-  db.scanRows(t, [&](jet::RowId id, jet::Bytes row) {
+  auto matches = [&](jet::Bytes row) {
     for (const auto& [i, v] : where)
-      if (!csdtool::sameValue(db.decodeColumn(t, t.columns[i], row), v)) return true;
-    ids.push_back(id);
+      if (!csdtool::sameValue(db.decodeColumn(t, t.columns[i], row), v)) return false;
+    return true;
+  };
+  std::vector<jet::RowId> ids;
+  // A value on an indexed column names the candidates; else every row is one.
+  for (const auto& [i, v] : where) {
+    std::optional<std::vector<jet::RowId>> candidates = schema::rowsWithValue(db, t, i, v);
+    if (!candidates) continue;
+    for (jet::RowId id : *candidates)
+      if (std::optional<jet::Bytes> row = db.rowData(id); row && matches(*row)) ids.push_back(id);
+    return ids;
+  }
+  db.scanRows(t, [&](jet::RowId id, jet::Bytes row) {
+    if (matches(row)) ids.push_back(id);
     return true;
   });
   return ids;
+}
+
+// A command line that does not say what it wants; told as csdtool's usage.
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+const char kUpdateUsage[] = "update takes FILE TABLE --where COL=VALUE... --set COL=VALUE...";
+
+// The words of an update after TABLE: the --where and the --set assignments.
+std::pair<std::vector<std::string>, std::vector<std::string>> whereAndSet(
+    const std::vector<std::string>& args) {
+  std::vector<std::string> where, set;
+  std::vector<std::string>* into = nullptr;
+  for (size_t i = 2; i < args.size(); ++i) {
+    if (args[i] == "--where") {
+      into = &where;
+    } else if (args[i] == "--set") {
+      into = &set;
+    } else if (into) {
+      into->push_back(args[i]);
+    } else {
+      throw UsageError(kUpdateUsage);
+    }
+  }
+  if (set.empty()) throw UsageError(kUpdateUsage);
+  return {where, set};
+}
+
+// Refuses an edit, `args` being COMMAND TABLE ARGS..., that does not say
+// what it wants, before any file is opened.
+void checkEditUsage(const std::vector<std::string>& args) {
+  const std::string& cmd = args[0];
+  if (cmd == "insert" && args.size() < 3) throw UsageError("insert takes FILE TABLE COL=VALUE...");
+  if (cmd == "delete" && args.size() < 3) throw UsageError("delete takes FILE TABLE COL=VALUE...");
+  if (cmd == "update") whereAndSet(args);
+  if (cmd != "insert" && cmd != "update" && cmd != "delete")
+    throw UsageError("a batch line is insert, update or delete, not '" + cmd + "'");
+}
+
+// One edit, `args` being COMMAND TABLE ARGS... as on the command line, on an
+// open database; what it prints goes to `out`, to be shown once the edit is
+// on disk.
+void applyEdit(jet::Database& db, const std::vector<std::string>& args, std::ostream& out) {
+  checkEditUsage(args);
+  const std::string& cmd = args[0];
+  if (cmd == "insert") {
+    const jet::TableDef& t = db.table(args[1]);
+    std::vector<jet::Value> values = db.defaultRow(t);
+    for (auto& [i, v] : assignments(t, {args.begin() + 2, args.end()})) values[i] = v;
+    jet::RowId id = db.insertRow(t, values);
+    std::vector<jet::Value> stored = db.decodeRow(t, *db.rowData(id));
+    for (size_t i = 0; i < t.columns.size(); ++i)
+      if (t.columns[i].isAutoNumber()) out << csdtool::csvField(t.columns[i], stored[i]) << "\n";
+    return;
+  }
+  if (cmd == "update") {
+    auto [where, set] = whereAndSet(args);
+    const jet::TableDef& t = db.table(args[1]);
+    auto sets = assignments(t, set);
+    size_t changed = 0;
+    for (jet::RowId id : matchingRows(db, t, assignments(t, where))) {
+      std::vector<jet::Value> values = db.decodeRow(t, *db.rowData(id));
+      for (const auto& [i, v] : sets) values[i] = v;
+      db.updateRow(t, id, values);
+      ++changed;
+    }
+    out << changed << "\n";
+    return;
+  }
+  if (cmd == "delete") {
+    const jet::TableDef& t = db.table(args[1]);
+    size_t gone = 0;
+    for (jet::RowId id : matchingRows(db, t, assignments(t, {args.begin() + 2, args.end()}))) {
+      db.deleteRow(t, id);
+      ++gone;
+    }
+    out << gone << "\n";
+  }
+}
+
+// A batch line split into words as a shell would: at spaces, double quotes
+// grouping (a backslash in them keeps a quote or backslash), nothing else
+// special, so 'NULL' stays the text NULL as it does on the command line.
+std::vector<std::string> splitWords(const std::string& line) {
+  std::vector<std::string> words;
+  std::string word;
+  bool inWord = false, quoted = false;
+  for (size_t i = 0; i < line.size(); ++i) {
+    const char c = line[i];
+    if (quoted) {
+      if (c == '"') {
+        quoted = false;
+      } else if (c == '\\' && i + 1 < line.size() && (line[i + 1] == '"' || line[i + 1] == '\\')) {
+        word += line[++i];
+      } else {
+        word += c;
+      }
+    } else if (c == ' ' || c == '\t' || c == '\r') {
+      if (inWord) words.push_back(std::move(word));
+      word.clear();
+      inWord = false;
+    } else {
+      inWord = true;
+      if (c == '"') {
+        quoted = true;
+      } else {
+        word += c;
+      }
+    }
+  }
+  if (quoted) throw UsageError("a double quote is not closed");
+  if (inWord) words.push_back(std::move(word));
+  return words;
+}
+
+// The edits of standard input, one a line, made as one: all of them reach
+// FILE in one commit, or, at the first that fails, none.
+void runBatch(const std::string& file) {
+  std::ostringstream out;
+  editSafely(file, [&](jet::Database& db) {
+    std::string line;
+    for (size_t number = 1; std::getline(std::cin, line); ++number) {
+      try {
+        std::vector<std::string> words = splitWords(line);
+        if (words.empty() || words[0].starts_with("#")) continue;
+        applyEdit(db, words, out);
+      } catch (const jet::JetError& e) {
+        throw e.withMessage("line " + std::to_string(number) + ": " + e.what());
+      } catch (const std::exception& e) {
+        throw std::runtime_error("line " + std::to_string(number) + ": " + e.what());
+      }
+    }
+    if (std::cin.bad()) throw std::runtime_error("could not read standard input");
+  });
+  std::cout << out.str();
 }
 
 // The template folder as the editor finds it: "Templates/Warehouses" under
@@ -366,65 +519,28 @@ int run(const std::vector<std::string>& args) {
     // Nobody may edit the source while it is copied, nor the target before it is replaced.
     schema::DocumentLock source = lockForWriting(args[1]);
     std::optional<schema::DocumentLock> target;
-    if (schema::resolveLinks(out) != schema::resolveLinks(args[1])) target.emplace(lockForWriting(out));
+    if (schema::resolveLinks(out) != schema::resolveLinks(args[1]))
+      target.emplace(lockForWriting(out));
     jet::compactFile(args[1], out);
     return 0;
   }
-  if (cmd == "insert") {
-    if (args.size() < 4) return usageError("insert takes FILE TABLE COL=VALUE...");
-    editSafely(args[1], [&](jet::Database& db) {
-      const jet::TableDef& t = db.table(args[2]);
-      std::vector<jet::Value> values = db.defaultRow(t);
-      for (auto& [i, v] : assignments(t, {args.begin() + 3, args.end()})) values[i] = v;
-      jet::RowId id = db.insertRow(t, values);
-      std::vector<jet::Value> stored = db.decodeRow(t, *db.rowData(id));
-      for (size_t i = 0; i < t.columns.size(); ++i)
-        if (t.columns[i].isAutoNumber())
-          std::cout << csdtool::csvField(t.columns[i], stored[i]) << "\n";
-    });
-    return 0;
-  }
-  if (cmd == "update") {
-    std::vector<std::string> where, set;
-    std::vector<std::string>* into = nullptr;
-    for (size_t i = 3; i < args.size(); ++i) {
-      if (args[i] == "--where") {
-        into = &where;
-      } else if (args[i] == "--set") {
-        into = &set;
-      } else if (into) {
-        into->push_back(args[i]);
-      } else {
-        return usageError("update takes FILE TABLE --where COL=VALUE... --set COL=VALUE...");
-      }
+  if (cmd == "insert" || cmd == "update" || cmd == "delete") {
+    std::vector<std::string> edit{cmd};
+    if (args.size() > 2) edit.insert(edit.end(), args.begin() + 2, args.end());
+    std::ostringstream out;
+    try {
+      checkEditUsage(edit);
+    } catch (const UsageError& e) {
+      return usageError(e.what());
     }
-    if (args.size() < 3 || set.empty())
-      return usageError("update takes FILE TABLE --where COL=VALUE... --set COL=VALUE...");
-    size_t changed = 0;
-    editSafely(args[1], [&](jet::Database& db) {
-      const jet::TableDef& t = db.table(args[2]);
-      auto sets = assignments(t, set);
-      for (jet::RowId id : matchingRows(db, t, assignments(t, where))) {
-        std::vector<jet::Value> values = db.decodeRow(t, *db.rowData(id));
-        for (const auto& [i, v] : sets) values[i] = v;
-        db.updateRow(t, id, values);
-        ++changed;
-      }
-    });
-    std::cout << changed << "\n";
+    editSafely(args[1], [&](jet::Database& db) { applyEdit(db, edit, out); });
+    std::cout << out.str();
     return 0;
   }
-  if (cmd == "delete") {
-    if (args.size() < 4) return usageError("delete takes FILE TABLE COL=VALUE...");
-    size_t gone = 0;
-    editSafely(args[1], [&](jet::Database& db) {
-      const jet::TableDef& t = db.table(args[2]);
-      for (jet::RowId id : matchingRows(db, t, assignments(t, {args.begin() + 3, args.end()}))) {
-        db.deleteRow(t, id);
-        ++gone;
-      }
-    });
-    std::cout << gone << "\n";
+  if (cmd == "batch") {
+    if (args.size() != 2)
+      return usageError("batch takes one FILE, and its edits on standard input");
+    runBatch(args[1]);
     return 0;
   }
   return usageError("unknown command '" + cmd + "'");
