@@ -41,7 +41,7 @@ TEST(PageStore, FileStoreRefusesReadsPastTheEndAndWritesWhenReadOnly) {
 }
 
 TEST(PageStore, FileStoreWritesExtendAndPersist) {
-  std::string path = testing::TempDir() + "/vantor_store_test.bin";
+  std::string path = testing::TempDir() + "/vantor_store_test_" + std::to_string(::getpid()) + ".bin";
   std::filesystem::remove(path);
   {
     std::FILE* f = std::fopen(path.c_str(), "wb");
@@ -135,7 +135,9 @@ class JournalTest : public testing::Test {
     return std::string(all.begin(), all.end());
   }
   const std::string old_ = std::string(3 * 4096, 'o');
-  std::string path_ = testing::TempDir() + "/vantor_journal_test.mdb";
+  // Each test and process its own file: tests run side by side.
+  std::string path_ = testing::TempDir() + "/vantor_journal_" + std::to_string(::getpid()) + "_" +
+                      testing::UnitTest::GetInstance()->current_test_info()->name() + ".mdb";
 };
 
 TEST_F(JournalTest, ReadersSeeTheFileAsBeforeAnInterruptedCommit) {
