@@ -1,6 +1,7 @@
 // The editor on a large document: the main window opened on FILE as from
 // the command line (working copy made, database opened, lists filled) and
-// drawn, then the Feature Definition tab chosen and drawn. Offscreen when
+// drawn, then the Feature Definition tab chosen and drawn, then the
+// Coordinate Systems tab, whose association is worked out when shown. Offscreen when
 // there is no display. Prints one markdown row per figure (median of REPS).
 //
 //   bench_open_document FILE [--reps N]
@@ -26,6 +27,10 @@ void settle() {
 
 void printRow(const char* figure, const std::vector<double>& ms, double goalMs) {
   const double m = bench::median(ms);
+  if (goalMs <= 0) {
+    std::printf("| %s | %.1f ms | %s | — | — |\n", figure, m, bench::range(ms, "%.1f").c_str());
+    return;
+  }
   std::printf("| %s | %.1f ms | %s | < %.0f ms | %s |\n", figure, m,
               bench::range(ms, "%.1f").c_str(), goalMs, m < goalMs ? "PASS" : "FAIL");
 }
@@ -44,7 +49,7 @@ int main(int argc, char** argv) {
   int reps = 5;
   if (args.size() == 4 && args[2] == "--reps") reps = std::max(1, args[3].toInt());
   QTemporaryDir temp;
-  std::vector<double> openMs, tabMs;
+  std::vector<double> openMs, tabMs, csMs;
   int features = 0;
   for (int r = 0; r < reps; ++r) {
     document::ScriptedPrompter prompter;
@@ -70,11 +75,16 @@ int main(int argc, char** argv) {
     settle();
     tabMs.push_back(double(clock.nsecsElapsed()) / 1e6);
     features = window->findChild<QListWidget*>("lbFeatCls")->count();
+    clock.restart();
+    tabs->setCurrentIndex(1);
+    settle();
+    csMs.push_back(double(clock.nsecsElapsed()) / 1e6);
     prompter.answer(document::Answer::No);
     window->lifecycle().close();
   }
   std::fprintf(stderr, "%d feature classes listed\n", features);
   printRow("window opened on the document, lists filled, drawn", openMs, 200);
   printRow("Feature Definition tab chosen and drawn", tabMs, 20);
+  printRow("then Coordinate Systems chosen: every map's file worked out, grid drawn", csMs, 0);
   return 0;
 }

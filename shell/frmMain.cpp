@@ -11,9 +11,9 @@
 #include "controls/ExtentListWidget.h"
 #include "document/document_settings.h"
 #include "document/string_table.h"
+#include "folders/file_choices.h"
 #include "linkage/frmDBLinkageOptions.h"
 #include "linkage/frmPrimaryUniqueKeys.h"
-#include "folders/file_choices.h"
 #include "schema/list_entries.h"
 #include "shell/CoordinateSystemsTab.h"
 #include "shell/FilesTab.h"
@@ -168,7 +168,7 @@ void frmMain::openStep(schema::SchemaDatabase& database) {
   enablingStep();
   ui_->tbMapFileExt->setText(qs(parameters_.CADextension()));
   filesTab_->fill();
-  csTab_->refresh();
+  refreshAssociationIfShown();
   fillFeatureList();
   // The scanner class decides the linkage button, so enable once more.
   enablingStep();
@@ -189,8 +189,17 @@ void frmMain::requery() {
     if (!lifecycle_->isOpen()) return;
     openSharedRecordsets(lifecycle_->database());
     // The grid finds its maps by bookmarks of the recordset just closed.
-    csTab_->refresh();
+    refreshAssociationIfShown();
   });
+}
+
+// The association reads every map, so it is worked out while its tab is in
+// view (and afresh each time the tab is shown), not for a tab out of sight.
+void frmMain::refreshAssociationIfShown() {
+  if (ui_->SSTab1->currentIndex() == 1)
+    csTab_->refresh();
+  else
+    csTab_->clear();
 }
 
 void frmMain::openSharedRecordsets(schema::SchemaDatabase& database) {
@@ -274,7 +283,7 @@ void frmMain::compactDocument() {
     schema::SchemaDatabase& database = lifecycle_->database();
     parameters_.Initialize(database);
     openSharedRecordsets(database);
-    csTab_->refresh();
+    refreshAssociationIfShown();
   };
   try {
     lifecycle_->database().compact();

@@ -33,7 +33,7 @@ namespace shell {
 class CoordinateSystemsTab;
 class FilesTab;
 class QtPrompter;
-}
+}  // namespace shell
 
 // What the window is given from outside; every field has a working
 // default, tests replace the ones they watch.
@@ -112,6 +112,7 @@ class frmMain : public QMainWindow, private document::DocumentHost {
   void trap(const std::function<void()>& handler);
   void report(const std::exception& error);
 
+  void refreshAssociationIfShown();
   void openSharedRecordsets(schema::SchemaDatabase& database);
   void closeSharedRecordsets();
   // File, Compact: the working copy compacted in place.

@@ -325,7 +325,9 @@ class FrmMainTest : public QObject {
     QCOMPARE(folders()->item(1)->data(Qt::UserRole).toInt(), 2);
     QCOMPARE(texts(control<QListWidget>("lbFeatCls")), QStringList{"Roads"});
     QCOMPARE(control<QLineEdit>("tbMapFileExt")->text(), QStringLiteral("*.dgn"));
-    // The association is worked out at open: both maps share one file.
+    // The association is worked out when its tab is shown: both maps share one file.
+    QCOMPARE(control<QTableView>("tdbgCS")->model()->rowCount(), 0);
+    tabs()->setCurrentIndex(1);
     QVERIFY(control<QRadioButton>("optSameCS")->isChecked());
     QCOMPARE(control<QComboBox>("comboCS")->currentText(), QStringLiteral("/data/maps/utm33.csf"));
     QCOMPARE(control<QTableView>("tdbgCS")->model()->rowCount(), 2);
@@ -641,6 +643,7 @@ class FrmMainTest : public QObject {
   void requerySeesRowsWrittenElsewhere() {
     makeWindow(populatedSchema("requery.csd"));
     start();
+    tabs()->setCurrentIndex(1);
     {
       // As the wizard writes: through the database, not the window's recordset.
       schema::Recordset other = window_->lifecycle().database().openRecordset("select * from Maps");
@@ -662,6 +665,7 @@ class FrmMainTest : public QObject {
   void compactShrinksTheWorkingCopyAndTheWindowWorksOn() {
     makeWindow(populatedSchema("compact.csd"));
     start();
+    tabs()->setCurrentIndex(1);
     schema::SchemaDatabase& db = window_->lifecycle().database();
     {
       // Three thousand folders come and go: the working copy keeps their pages.
