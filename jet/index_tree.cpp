@@ -512,8 +512,15 @@ class Editor {
   bool appended_ = false;  // the change being settled added at the index's end
 };
 
+// Decoded nodes kept between edits; past this many they are let go (every
+// one is on its page by then), so a long run of edits over a large index
+// holds what the page cache holds, not the index.
+constexpr size_t kNodesKept = 512;
+
 std::map<uint32_t, Node>& nodeCache(std::unique_ptr<IndexNodeCache, IndexNodeCacheDeleter>& c) {
   if (!c) c.reset(new IndexNodeCache);
+  if (c->nodes.size() > kNodesKept)
+    std::erase_if(c->nodes, [](const auto& n) { return !n.second.changed; });
   return c->nodes;
 }
 
