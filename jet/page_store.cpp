@@ -1,6 +1,7 @@
 #include "jet/page_store.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +24,26 @@ namespace {
 
 std::string rangeText(uint64_t offset, size_t n) {
   return "bytes " + std::to_string(offset) + ".." + std::to_string(offset + n);
+}
+
+// Readers of a file hold a shared lock on it (flock) while they have it
+// open, and a commit holds an exclusive one while it writes: a reader never
+// sees part of a commit, and a commit never lands under a reader's pages.
+// Each waits this long for the other, then gives up with a message.
+constexpr int kReaderWaitMs = 10000;  // a commit takes milliseconds, a large save seconds
+constexpr int kWriterWaitMs = 2000;   // a reader may take long; the edit is refused, not lost
+
+// Takes the flock `op` on `fd` within `ms` milliseconds. A file system
+// without flock counts as granting it.
+bool lockWithin(int fd, int op, int ms) {
+  for (int waited = 0;;) {
+    if (::flock(fd, op | LOCK_NB) == 0) return true;
+    if (errno == EINTR) continue;
+    if (errno != EWOULDBLOCK) return true;
+    if (waited >= ms) return false;
+    ::usleep(10000);
+    waited += 10;
+  }
 }
 
 class FileStore : public PageStore {
@@ -81,6 +102,12 @@ class FileStore : public PageStore {
   void commit(std::span<const PageWrite> writes) override {
     if (writes.empty()) return;
     if (!writable_) throwIo(name_, "file is open read-only");
+    if (!lockWithin(fd_, LOCK_EX, kWriterWaitMs))
+      throwIo(name_, "another program is reading it; nothing was written, try again");
+    struct Unlock {
+      int fd;
+      ~Unlock() { ::flock(fd, LOCK_UN); }
+    } unlock{fd_};
     Journal journal(realPath_, fd_, size_, writes);
     const uint64_t sizeBefore = size_;
     try {
@@ -132,6 +159,10 @@ std::unique_ptr<PageStore> openFileStore(const std::string& path, bool writable)
     throwIo(path, "another program is writing it, or its last edit cannot be undone here");
   int fd = ::open(path.c_str(), (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC);
   if (fd < 0) throwIo(path, std::strerror(errno));
+  if (!writable && !lockWithin(fd, LOCK_SH, kReaderWaitMs)) {
+    ::close(fd);
+    throwIo(path, "another program has been writing it for too long; try again");
+  }
   return std::make_unique<FileStore>(path, std::move(real), fd, writable, std::move(before));
 }
 

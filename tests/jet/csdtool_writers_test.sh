@@ -4,7 +4,8 @@
 # a live lock holder refuses it and a killed one does not; what interrupted
 # writes left beside the document goes; links lead to the real file and a
 # read-only document stays as it was; compaction keeps rows and counters and
-# fails cleanly; a batch lands whole or not at all; find takes a table's name, not SQL, and
+# fails cleanly; a batch lands whole or not at all, and readers beside it see it
+# whole or not at all; find takes a table's name, not SQL, and
 # a query nested beyond reason is refused, not a crash.
 #
 #   csdtool_writers_test.sh CSDTOOL TEMPLATE
@@ -117,6 +118,27 @@ printf 'insert Maps Name=d.dgn\n\ninsert Maps nosuch=1\n' | "$csdtool" batch "$d
   fail "a batch with a bad line"
 grep -q "line 3: table 'Maps' has no column 'nosuch'" "$work/err" && cmp -s "$doc" "$work/before" ||
   fail "a failed batch: $(cat "$work/err")"
+
+# Readers never see part of a commit: batches of 300 inserts land while
+# check and export read the same document side by side.
+shared=$work/shared.csd
+cp "$template" "$shared"
+(
+  for b in $(seq 12); do
+    for i in $(seq 300); do echo "insert Directories Path=/shared/$b/$i"; done |
+      "$csdtool" batch "$shared" >/dev/null || exit 1
+  done
+) &
+writer=$!
+reads=0
+while kill -0 "$writer" 2>/dev/null; do
+  "$csdtool" check "$shared" >"$work/shared.check" || fail "a reader saw: $(cat "$work/shared.check")"
+  n=$(rows "$shared")
+  ((n % 300 == 0)) || fail "a reader saw $n rows, part of a batch"
+  reads=$((reads + 1))
+done
+wait "$writer" || fail "a batch failed beside the readers"
+[[ $(rows "$shared") -eq 3600 ]] || fail "$(rows "$shared") rows after 12 batches"
 
 chmod 444 "$doc"
 cp "$doc" "$work/before"

@@ -171,6 +171,16 @@ TEST_F(JournalTest, AJournalNeverCompletedIsIgnoredAndACommitWritesOnlyWhatDiffe
     std::fwrite(bytes.data(), 1, bytes.size(), f);
     std::fclose(f);
   }
+  // No commit lands under a reader's pages: it waits, then is refused whole.
+  const std::string before = contents(*reader);
+  try {
+    updateInPlace(source, path_);
+    ADD_FAILURE() << "committed under an open reader";
+  } catch (const JetError& e) {
+    EXPECT_NE(std::string(e.what()).find("another program is reading it"), std::string::npos);
+  }
+  EXPECT_EQ(contents(*openFileStore(path_, false)), before);
+  reader.reset();
   EXPECT_EQ(updateInPlace(source, path_), 2u * 4096);  // page 0 and the new fifth page
   EXPECT_EQ(contents(*openFileStore(path_, false)), bytes);
   EXPECT_FALSE(std::filesystem::exists(journalPathFor(path_)));
