@@ -9,12 +9,16 @@
 #include <QFileInfo>
 #include <QRandomGenerator>
 #include <QStringList>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
+#include <vector>
 
 #include "jet/error.h"
 #include "jet/journal.h"
+#include "jet/page_store.h"
 #include "schema/document_lock.h"
 #include "schema/engine_error.h"
 
@@ -175,12 +179,39 @@ void copyFile(const QString& source, const QString& destination) {
   if (source.isEmpty() || destination.isEmpty()) fail(52);
   Fd in(::open(native(source).constData(), O_RDONLY | O_CLOEXEC));
   if (in.get() < 0) fail(numberForErrno(errno, true));
+  // Read through the engine's store: an edit another program was killed in
+  // is undone first (or, where the source cannot be written, its saved
+  // bytes read in place of the half-written ones), and no commit lands
+  // while the copy is made.
+  std::unique_ptr<jet::PageStore> store;
+  try {
+    store = jet::openFileStore(native(source).toStdString(), false);
+  } catch (const jet::JetError&) {
+    fail(75);
+  }
   Fd out(::open(native(destination).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
   if (out.get() < 0) fail(numberForErrno(errno, false));
   removeJournalOf(native(destination));
   // A working copy is thrown away when the program dies; its own journal
   // guards its edits from here on, so the copy itself need not be synced.
-  copyContents(in.get(), out.get(), false);
+  std::vector<uint8_t> buffer(1 << 20);
+  for (uint64_t at = 0; at < store->size();) {
+    const size_t n = static_cast<size_t>(std::min<uint64_t>(buffer.size(), store->size() - at));
+    try {
+      store->read(at, {buffer.data(), n});
+    } catch (const jet::JetError&) {
+      fail(75);
+    }
+    for (size_t done = 0; done < n;) {
+      const ssize_t put = ::write(out.get(), buffer.data() + done, n - done);
+      if (put < 0) {
+        if (errno == EINTR) continue;
+        fail(numberForErrno(errno, false));
+      }
+      done += static_cast<size_t>(put);
+    }
+    at += n;
+  }
   if (!out.release()) fail(numberForErrno(errno, false));
 }
 

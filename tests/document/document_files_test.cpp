@@ -3,11 +3,16 @@
 // errors the user reads, and the template folder found from the program.
 #include "document/document_files.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <QRegularExpression>
 #include <QtTest>
+#include <vector>
+
+#include "jet/journal.h"
+#include "jet/page_store.h"
 
 using namespace document;
 
@@ -76,6 +81,31 @@ class DocumentFilesTest : public QObject {
     write(from, {});
     QCOMPARE(copyError(from, to), 0);
     QCOMPARE(QFileInfo(to).size(), 0);
+  }
+
+  void aCopyIsNeverOfAnEditKilledHalfway() {
+    // An edit in place killed after it wrote one page: its journal, beside
+    // the source, holds what that page held.
+    QTemporaryDir dir;
+    const QString from = dir.filePath("from.csd"), to = dir.filePath("to.csd");
+    const QByteArray before(3 * 4096, 'o');
+    write(from, before);
+    {
+      auto store = jet::openFileStore(from.toStdString(), true);
+      const std::vector<uint8_t> fresh(4096, 'n');
+      const jet::PageWrite writes[] = {{4096, fresh}};
+      const int fd = ::open(QFile::encodeName(from).constData(), O_RDONLY);
+      {
+        jet::Journal journal(from.toStdString(), fd, store->size(), writes);
+        store->write(4096, fresh);
+      }
+      ::close(fd);
+    }
+    QVERIFY(readAll(from) != before);
+    QCOMPARE(copyError(from, to), 0);
+    QCOMPARE(readAll(to), before);
+    QCOMPARE(readAll(from), before);  // put back on the way
+    QVERIFY(!QFileInfo::exists(from + "-journal"));
   }
 
   void copyFailuresAreWordedForTheUser() {
