@@ -146,6 +146,10 @@ class Database {
   // encodeIndexKey builds it), found by descending the tree.
   std::vector<RowId> indexLookup(const TableDef& t, const RealIndex& ri,
                                  const std::vector<uint8_t>& key);
+  // The rows whose entries hold keys from `low` to `high`, both included (a
+  // null bound leaves that end open), in index order.
+  std::vector<RowId> indexRange(const TableDef& t, const RealIndex& ri,
+                                const std::vector<uint8_t>* low, const std::vector<uint8_t>* high);
   // Every entry of an index, in stored (key) order.
   std::vector<IndexEntry> readIndex(const RealIndex& index);
 

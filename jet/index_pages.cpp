@@ -90,20 +90,31 @@ IndexPage Database::readIndexPage(uint32_t n) {
   });
 }
 
-// Down one path of the tree to the first entry not below `key`, then along
-// the leaves while entries hold it, reading entries where they lie. A node's
-// entry carries the greatest key of its child; keys past the last entry live
-// under the node's tail page.
-std::vector<RowId> Database::indexLookup(const TableDef&, const RealIndex& ri,
+std::vector<RowId> Database::indexLookup(const TableDef& t, const RealIndex& ri,
                                          const std::vector<uint8_t>& key) {
+  return indexRange(t, ri, &key, &key);
+}
+
+// Down one path of the tree to the first entry not below `low` (the first
+// leaf without it), then along the leaves while entries are not above
+// `high`, reading entries where they lie. A node's entry carries the
+// greatest key of its child; keys past the last entry live under the node's
+// tail page.
+std::vector<RowId> Database::indexRange(const TableDef&, const RealIndex& ri,
+                                        const std::vector<uint8_t>* low,
+                                        const std::vector<uint8_t>* high) {
   return guarded([&] {
     std::vector<RowId> out;
     if (ri.rootPage == 0) return out;
-    auto compare = [&](Bytes k) {
+    auto compare = [](Bytes k, const std::vector<uint8_t>& key) {
       const size_t common = std::min(k.size(), key.size());
       const int c = common ? std::memcmp(k.data(), key.data(), common) : 0;
       if (c != 0) return c;
       return k.size() < key.size() ? -1 : k.size() > key.size() ? 1 : 0;
+    };
+    auto prefixOf = [&](Bytes pg) -> size_t {
+      return fmt_->indexPrefixLengthSize == 1 ? pg[fmt_->indexPrefixLengthOffset]
+                                              : u16le(&pg[fmt_->indexPrefixLengthOffset]);
     };
     uint32_t n = ri.rootPage;
     for (int depth = 0;; ++depth) {
@@ -113,13 +124,10 @@ std::vector<RowId> Database::indexLookup(const TableDef&, const RealIndex& ri,
       if (pg[0] == page::kIndexLeaf) break;
       if (pg[0] != page::kIndexNode)
         throwCorrupt(n, "expected an index page, found page type " + std::to_string(pg[0]));
-      const size_t prefix = fmt_->indexPrefixLengthSize == 1
-                                ? pg[fmt_->indexPrefixLengthOffset]
-                                : u16le(&pg[fmt_->indexPrefixLengthOffset]);
       uint32_t child = 0, lastChild = 0;
-      forEachIndexEntry(n, pg, false, prefix, [&](Bytes k, Bytes ptr) {
+      forEachIndexEntry(n, pg, false, prefixOf(pg), [&](Bytes k, Bytes ptr) {
         lastChild = u32be(ptr.data() + 4);
-        if (compare(k) < 0) return true;
+        if (low && compare(k, *low) < 0) return true;
         child = lastChild;
         return false;
       });
@@ -134,14 +142,10 @@ std::vector<RowId> Database::indexLookup(const TableDef&, const RealIndex& ri,
       Bytes pg = page(n);
       if (pg[0] != page::kIndexLeaf)
         throwCorrupt(n, "expected an index leaf, found page type " + std::to_string(pg[0]));
-      const size_t prefix = fmt_->indexPrefixLengthSize == 1
-                                ? pg[fmt_->indexPrefixLengthOffset]
-                                : u16le(&pg[fmt_->indexPrefixLengthOffset]);
       bool past = false;
-      forEachIndexEntry(n, pg, true, prefix, [&](Bytes k, Bytes ptr) {
-        const int c = compare(k);
-        if (c < 0) return true;
-        if (c > 0) {
+      forEachIndexEntry(n, pg, true, prefixOf(pg), [&](Bytes k, Bytes ptr) {
+        if (low && compare(k, *low) < 0) return true;
+        if (high && compare(k, *high) > 0) {
           past = true;
           return false;
         }

@@ -24,6 +24,82 @@ bool namesTable(const Expr& field, const jet::TableDef& t, std::string_view alia
          (!alias.empty() && sameName(field.table, alias));
 }
 
+bool isNumberColumn(const jet::ColumnDef& c) {
+  switch (c.type) {
+    case jet::coltype::kByte:
+    case jet::coltype::kInteger:
+    case jet::coltype::kLong:
+    case jet::coltype::kCurrency:
+    case jet::coltype::kSingle:
+    case jet::coltype::kDouble:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// "column < number" and the like, on a number column with an ascending
+// index of its own: the entries between the bounds. Keys of numbers sort as
+// the numbers do; a bound the column cannot hold leaves its end open, and a
+// Null key (sorted first) only ever widens what is tested.
+std::optional<std::vector<jet::RowId>> rowsInRange(jet::Database& db, const jet::TableDef& t,
+                                                   std::string_view alias,
+                                                   const std::vector<const Expr*>& parts) {
+  struct Bounds {
+    const jet::Value* low = nullptr;
+    const jet::Value* high = nullptr;
+  };
+  std::vector<std::pair<size_t, Bounds>> columns;
+  for (const Expr* p : parts) {
+    if (p->kind != Expr::Kind::kCompare || p->op == CompareOp::kEqual ||
+        p->op == CompareOp::kNotEqual)
+      continue;
+    const Expr* field = p->left.get();
+    const Expr* literal = p->right.get();
+    bool below = p->op == CompareOp::kLess || p->op == CompareOp::kLessOrEqual;
+    if (field->kind != Expr::Kind::kField) {
+      std::swap(field, literal);
+      below = !below;
+    }
+    if (field->kind != Expr::Kind::kField || literal->kind != Expr::Kind::kLiteral ||
+        !namesTable(*field, t, alias))
+      continue;
+    if (!std::holds_alternative<int32_t>(literal->value) &&
+        !std::holds_alternative<double>(literal->value))
+      continue;
+    const jet::ColumnDef* col = t.findColumn(field->name);
+    if (!col || !isNumberColumn(*col)) continue;
+    const size_t at = static_cast<size_t>(col - t.columns.data());
+    auto it = std::find_if(columns.begin(), columns.end(), [&](auto& c) { return c.first == at; });
+    if (it == columns.end()) it = columns.insert(columns.end(), {at, Bounds{}});
+    (below ? it->second.high : it->second.low) = &literal->value;
+  }
+  for (const auto& [at, bounds] : columns) {
+    for (const jet::RealIndex& ri : t.realIndexes) {
+      if (ri.columns.size() != 1 || ri.columns[0].column != at || !ri.columns[0].ascending)
+        continue;
+      auto keyOf = [&](const jet::Value* v) -> std::optional<std::vector<uint8_t>> {
+        if (!v) return std::nullopt;
+        try {
+          std::vector<jet::Value> row(t.columns.size());
+          row[at] = jet::coerceValue(db.format(), t.columns[at], *v);
+          return jet::encodeIndexKey(db.format(), t, ri, row);
+        } catch (const jet::JetError&) {
+          return std::nullopt;  // past what the column holds: that end stays open
+        }
+      };
+      const std::optional<std::vector<uint8_t>> low = keyOf(bounds.low), high = keyOf(bounds.high);
+      if (!low && !high) continue;
+      std::vector<jet::RowId> ids =
+          db.indexRange(t, ri, low ? &*low : nullptr, high ? &*high : nullptr);
+      std::sort(ids.begin(), ids.end());
+      ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+      return ids;
+    }
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<std::vector<jet::RowId>> indexedRows(jet::Database& db, const jet::TableDef& t,
@@ -44,7 +120,7 @@ std::optional<std::vector<jet::RowId>> indexedRows(jet::Database& db, const jet:
             rowsWithValue(db, t, static_cast<size_t>(col - t.columns.data()), literal->value))
       return ids;
   }
-  return std::nullopt;
+  return rowsInRange(db, t, alias, parts);
 }
 
 std::optional<std::vector<jet::RowId>> rowsWithValue(jet::Database& db, const jet::TableDef& t,

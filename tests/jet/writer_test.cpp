@@ -507,6 +507,20 @@ class Table1Model {
         between.push_back(0);
         if (!byKey.count(between)) EXPECT_TRUE(db_->indexLookup(t, ri, between).empty());
       }
+      // Ranges: between two held keys, and open at either end.
+      if (byKey.size() >= 2) {
+        const std::vector<uint8_t>& mid = std::next(byKey.begin(), byKey.size() / 2)->first;
+        const std::vector<uint8_t>& top = byKey.rbegin()->first;
+        auto between = [&](const std::vector<uint8_t>* lo, const std::vector<uint8_t>* hi) {
+          std::vector<RowId> want;
+          for (const IndexEntry& e : entries)
+            if ((!lo || !(e.key < *lo)) && (!hi || !(*hi < e.key))) want.push_back(e.row);
+          return want;
+        };
+        EXPECT_EQ(db_->indexRange(t, ri, &mid, &top), between(&mid, &top));
+        EXPECT_EQ(db_->indexRange(t, ri, nullptr, &mid), between(nullptr, &mid));
+        EXPECT_EQ(db_->indexRange(t, ri, &mid, nullptr), between(&mid, nullptr));
+      }
     }
   }
 
