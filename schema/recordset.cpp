@@ -285,10 +285,11 @@ Recordset& Recordset::operator=(Recordset&&) noexcept = default;
 Recordset::~Recordset() = default;
 
 detail::DatabaseCore& Recordset::core() const {
-  auto c = core_.lock();
-  if (!c || !c->db || c->session != session_)
+  // The SchemaDatabase owning the core outlives the call; one that is gone
+  // has let go of it, which expired() tells without taking a reference.
+  if (core_.expired() || !coreRaw_->db || coreRaw_->session != session_)
     throw EngineError(err::kObjectInvalid, sources::kRecordset);
-  return *c;  // the SchemaDatabase owning it outlives the call
+  return *coreRaw_;
 }
 
 template <typename F>
@@ -314,6 +315,7 @@ void Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const Se
                               ExprContext ctx) {
   core_ = std::move(weak);
   auto shared = core_.lock();
+  coreRaw_ = shared.get();
   if (!shared || !shared->db) throw EngineError(err::kObjectInvalid, sources::kDatabase);
   session_ = shared->session;
   detail::DatabaseCore& c = *shared;

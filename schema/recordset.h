@@ -140,6 +140,9 @@ class Recordset {
   void find(std::string_view criteria, bool forward, bool fromEnd);
 
   std::weak_ptr<detail::DatabaseCore> core_;
+  // What core_ leads to while it lives: asked of every call, so looked up
+  // without taking a reference each time.
+  detail::DatabaseCore* coreRaw_ = nullptr;
   uint64_t session_ = 0;
   bool snapshot_ = false;  // read-only, rows held in rows_
   std::vector<Source> sources_;
