@@ -10,15 +10,6 @@
 namespace schema {
 namespace {
 
-void conjuncts(const Expr& e, std::vector<const Expr*>& out) {
-  if (e.kind == Expr::Kind::kAnd) {
-    conjuncts(*e.left, out);
-    conjuncts(*e.right, out);
-  } else {
-    out.push_back(&e);
-  }
-}
-
 bool namesTable(const Expr& field, const jet::TableDef& t, std::string_view alias) {
   return field.table.empty() || sameName(field.table, t.name) ||
          (!alias.empty() && sameName(field.table, alias));

@@ -19,15 +19,6 @@
 namespace schema {
 namespace {
 
-void conjuncts(const Expr& e, std::vector<const Expr*>& out) {
-  if (e.kind == Expr::Kind::kAnd) {
-    conjuncts(*e.left, out);
-    conjuncts(*e.right, out);
-  } else {
-    out.push_back(&e);
-  }
-}
-
 FieldKind kindOf(const jet::ColumnDef& c) {
   switch (c.type) {
     case jet::coltype::kText:

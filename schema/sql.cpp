@@ -566,6 +566,15 @@ std::string literalText(const jet::Value& v) {
 
 }  // namespace
 
+void conjuncts(const Expr& e, std::vector<const Expr*>& out) {
+  if (e.kind == Expr::Kind::kAnd) {
+    conjuncts(*e.left, out);
+    conjuncts(*e.right, out);
+  } else {
+    out.push_back(&e);
+  }
+}
+
 std::vector<const Expr*> fieldsOf(const Expr& e) {
   std::vector<const Expr*> out;
   std::vector<const Expr*> todo{&e};

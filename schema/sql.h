@@ -86,6 +86,10 @@ ExprPtr parseCriteria(std::string_view criteria);
 // The field references of an expression, left to right.
 std::vector<const Expr*> fieldsOf(const Expr& e);
 
+// The conditions AND-ed together at the top of an expression, left to right
+// (the expression itself when it is no AND), appended to `out`.
+void conjuncts(const Expr& e, std::vector<const Expr*>& out);
+
 // The expression written out fully parenthesised, names as written, text in
 // single quotes with inner quotes doubled: "((Name = 'a') AND (dirId = 3))".
 std::string toText(const Expr& e);

@@ -21,6 +21,16 @@ fail() {
 doc=$work/doc.csd
 cp "$template" "$doc"
 rows() { "$csdtool" export "$1" Directories | tail -n +2 | wc -l; }
+# Another program holding the document's lock, its pid in `holder`.
+hold_lock() {
+  (
+    exec 9>"$work/doc.ldb"
+    flock 9
+    exec sleep 60
+  ) &
+  holder=$!
+  sleep 0.3
+}
 
 loop() {
   local ok=0 refused=0 i
@@ -47,13 +57,7 @@ succeeded=$(($(cat "$work/ok.a") + $(cat "$work/ok.b")))
 "$csdtool" check "$doc" || fail "check"
 
 # A live holder refuses; once it is killed its lock file blocks nobody.
-(
-  exec 9>"$work/doc.ldb"
-  flock 9
-  exec sleep 60
-) &
-holder=$!
-sleep 0.3
+hold_lock
 if "$csdtool" delete "$doc" Directories "Path=/a/1" 2>"$work/err"; then fail "wrote past a lock"; fi
 grep -q "error 3045: .*Another program holds its lock file $work/doc.ldb" "$work/err" ||
   fail "$(cat "$work/err")"
@@ -90,13 +94,7 @@ head -c 40000 "$doc" >"$work/cut.csd"
 cp "$work/cut.csd" "$work/cut.before"
 if "$csdtool" compact "$work/cut.csd" 2>/dev/null; then fail "compacted a damaged file"; fi
 if "$csdtool" compact "$doc" "$work/no/such/x.csd" 2>/dev/null; then fail "compact into nowhere"; fi
-(
-  exec 9>"$work/doc.ldb"
-  flock 9
-  exec sleep 60
-) &
-holder=$!
-sleep 0.3
+hold_lock
 if "$csdtool" compact "$doc" 2>/dev/null; then fail "compacted a locked document"; fi
 kill -9 "$holder"
 wait "$holder" 2>/dev/null || true
