@@ -24,7 +24,6 @@ namespace {
 constexpr uint32_t kDefinitionTag = 0x0659;   // table, column and logical index blocks
 constexpr uint32_t kRealIndexTag = 1923;      // each physical index block
 constexpr uint8_t kCascadeDefaults = 0x04;    // both cascade bytes of a logical index
-constexpr uint16_t kGeneralSort = 1033;
 constexpr uint8_t kSysColumnFlag = 0x10;      // on every column of the system tables
 constexpr uint8_t kBinaryColumnFlag = 0x20;   // on the SID-like binary system columns
 constexpr int kUsageMapRowSize = 69;          // inline map: type, start page, 64 bytes
@@ -122,17 +121,28 @@ DateTime now() {
   return fromCivil({tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec});
 }
 
-void putName(std::vector<uint8_t>& out, const std::string& name) {
-  std::vector<uint8_t> u16;
+// A name as definitions store it: Jet 4 a 2-byte length and UCS-2, Jet 3 a
+// 1-byte length and Windows-1252 (names were checked to fit beforehand).
+void putName(const Format& fmt, std::vector<uint8_t>& out, const std::string& name) {
+  std::vector<uint8_t> bytes;
   for (char32_t cp : utf8ToCodePoints(name)) {
+    if (fmt.version == Version::kJet3) {
+      int b = unicodeToCp1252(cp);
+      bytes.push_back(static_cast<uint8_t>(b < 0 ? '?' : b));
+      continue;
+    }
     if (cp > 0xFFFF) cp = 0xFFFD;
-    u16.push_back(static_cast<uint8_t>(cp));
-    u16.push_back(static_cast<uint8_t>(cp >> 8));
+    bytes.push_back(static_cast<uint8_t>(cp));
+    bytes.push_back(static_cast<uint8_t>(cp >> 8));
   }
-  uint8_t len[2];
-  put16le(len, static_cast<uint16_t>(u16.size()));
-  out.insert(out.end(), len, len + 2);
-  out.insert(out.end(), u16.begin(), u16.end());
+  if (fmt.nameLengthSize == 1) {
+    out.push_back(static_cast<uint8_t>(bytes.size()));
+  } else {
+    uint8_t len[2];
+    put16le(len, static_cast<uint16_t>(bytes.size()));
+    out.insert(out.end(), len, len + 2);
+  }
+  out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
 template <typename T>
@@ -168,10 +178,16 @@ std::vector<uint8_t> encodeDefinition(const Format& fmt, const TableDef& t,
   std::vector<uint8_t> out(fmt.tdefHeaderSize, 0);
   out[0] = page::kTableDef;
   out[1] = 0x01;
-  put<uint32_t>(out, 12, kDefinitionTag);
+  const bool jet3 = fmt.version == Version::kJet3;
+  if (jet3) {
+    out[2] = 'V';  // every Jet 3 definition page carries these two bytes
+    out[3] = 'C';
+  } else {
+    put<uint32_t>(out, 12, kDefinitionTag);
+    out[24] = 0x01;  // lets AutoNumber columns work
+  }
   put<uint32_t>(out, fmt.tdefNumRowsOffset, t.rowCount);
   put<uint32_t>(out, fmt.tdefAutoNumberOffset, t.nextAutoNumber);
-  out[24] = 0x01;  // lets AutoNumber columns work
   out[fmt.tdefTableTypeOffset] = t.tableType;
   put<uint16_t>(out, fmt.tdefMaxColsOffset, t.maxColumns);
   put<uint16_t>(out, fmt.tdefNumVarColsOffset, t.varColumns);
@@ -190,26 +206,32 @@ std::vector<uint8_t> encodeDefinition(const Format& fmt, const TableDef& t,
     size_t at = out.size();
     out.resize(at + fmt.columnDefSize, 0);
     out[at + fmt.colTypeOffset] = c.type;
-    put<uint32_t>(out, at + 1, kDefinitionTag);
+    if (!jet3) put<uint32_t>(out, at + 1, kDefinitionTag);
     put<uint16_t>(out, at + fmt.colNumberOffset, c.number);
     put<uint16_t>(out, at + fmt.colVarIndexOffset, c.varIndex);
     put<uint16_t>(out, at + fmt.colIndexOffset, c.displayIndex);
-    if (c.type == coltype::kDecimal) {
+    if (jet3) {
+      // Access 97 gives every column, text or not, the sort order and the
+      // code page, and a 1 before them.
+      out[at + 7] = 0x01;
+      put<uint16_t>(out, at + fmt.colSortOrderOffset, kGeneralSortOrder);
+      put<uint16_t>(out, at + fmt.colCodePageOffset, kWindows1252);
+    } else if (c.type == coltype::kDecimal) {
       out[at + fmt.colPrecisionOffset] = c.precision;
       out[at + fmt.colScaleOffset] = c.scale;
     } else {
-      put<uint16_t>(out, at + fmt.colSortOrderOffset, kGeneralSort);
+      put<uint16_t>(out, at + fmt.colSortOrderOffset, kGeneralSortOrder);
     }
     out[at + fmt.colFlagsOffset] = c.flags;
-    out[at + fmt.colExtFlagsOffset] = c.extFlags;
+    if (fmt.colExtFlagsOffset >= 0) out[at + fmt.colExtFlagsOffset] = c.extFlags;
     put<uint16_t>(out, at + fmt.colFixedOffsetOffset, c.fixedOffset);
     put<uint16_t>(out, at + fmt.colLengthOffset, c.length);
   }
-  for (size_t i : order) putName(out, t.columns[i].name);
+  for (size_t i : order) putName(fmt, out, t.columns[i].name);
   for (const RealIndex& ri : t.realIndexes) {
     size_t at = out.size();
     out.resize(at + fmt.realIndexDefSize, 0);
-    put<uint32_t>(out, at, kRealIndexTag);
+    if (fmt.realIndexSkipBefore >= 4) put<uint32_t>(out, at, kRealIndexTag);
     for (int k = 0; k < kMaxIndexColumns; ++k) {
       size_t slot = at + fmt.realIndexSkipBefore + 3 * k;
       if (k < static_cast<int>(ri.columns.size())) {
@@ -227,15 +249,16 @@ std::vector<uint8_t> encodeDefinition(const Format& fmt, const TableDef& t,
   for (const LogicalIndex& li : t.indexes) {
     size_t at = out.size();
     out.resize(at + fmt.logicalIndexDefSize, 0);
-    put<uint32_t>(out, at, kDefinitionTag);
-    put<uint32_t>(out, at + 4, static_cast<uint32_t>(li.number));
-    put<uint32_t>(out, at + 8, static_cast<uint32_t>(li.realIndex));
-    put<uint32_t>(out, at + 13, 0xFFFFFFFFu);
-    out[at + 21] = kCascadeDefaults;
-    out[at + 22] = kCascadeDefaults;
-    out[at + 23] = li.type;
+    if (fmt.logicalIndexSkipBefore >= 4) put<uint32_t>(out, at, kDefinitionTag);
+    at += fmt.logicalIndexSkipBefore;
+    put<uint32_t>(out, at, static_cast<uint32_t>(li.number));
+    put<uint32_t>(out, at + 4, static_cast<uint32_t>(li.realIndex));
+    put<uint32_t>(out, at + 9, 0xFFFFFFFFu);
+    out[at + 17] = kCascadeDefaults;
+    out[at + 18] = kCascadeDefaults;
+    out[at + 19] = li.type;
   }
-  for (const LogicalIndex& li : t.indexes) putName(out, li.name);
+  for (const LogicalIndex& li : t.indexes) putName(fmt, out, li.name);
   for (size_t i : order) {
     for (const ColumnUsageMaps& m : t.columnMaps) {
       if (m.columnNumber != t.columns[i].number) continue;
@@ -352,7 +375,8 @@ void attachStorage(Database& db, MapRows& maps, TableDef& t) {
     ColumnUsageMaps m;
     m.columnNumber = c.number;
     m.ownedPages = maps.next();
-    m.freeSpacePages = maps.next();
+    // Jet 3 keeps no free-space map for a long value column.
+    m.freeSpacePages = db.format().version == Version::kJet3 ? 0 : maps.next();
     t.columnMaps.push_back(m);
   }
   for (RealIndex& ri : t.realIndexes) ri.usageMap = maps.next();
@@ -381,7 +405,7 @@ std::vector<uint8_t> headerPage() {
     p[header::kPasswordOffset + i] = mask[i % 4];
   p[0x6A] = kIdentityWord[0];
   p[0x6B] = kIdentityWord[1];
-  put16le(&p[header::kJet4SortOrderOffset], kGeneralSort);
+  put16le(&p[header::kJet4SortOrderOffset], kGeneralSortOrder);
   put64le(&p[header::kJet4CreationDateOffset], kCreationDateBits);
   maskHeader(p, Version::kJet4);
   put32le(&p[0x98], 0x0654);
@@ -430,7 +454,7 @@ TableDef systemDefinition(const SysTable& s, uint32_t tdefPage) {
     if (sc.type == coltype::kBinary && sc.name != std::string("RmtInfoShort") &&
         sc.name != std::string("Order"))
       c.flags |= kBinaryColumnFlag;
-    if (c.isText()) c.sortOrder = kGeneralSort;
+    if (c.isText()) c.sortOrder = kGeneralSortOrder;
     t.columns.push_back(c);
   }
   return t;
@@ -568,9 +592,20 @@ std::unique_ptr<Database> createDatabase(std::unique_ptr<PageStore> store) {
 
 const TableDef& createTable(Database& db, const TableSpec& spec) {
   const Format& fmt = db.format();
-  if (fmt.version != Version::kJet4) badSpec("tables are created in Jet 4 databases only");
+  const bool jet3 = fmt.version == Version::kJet3;
+  // Jet 3 keeps names, like its text, in Windows-1252.
+  auto checkName = [&](const std::string& what, const std::string& name) {
+    if (!jet3) return;
+    for (char32_t cp : utf8ToCodePoints(name)) {
+      if (unicodeToCp1252(cp) >= 0) continue;
+      std::string ch;
+      appendUtf8(ch, cp);
+      badSpec(what + " '" + name + "': a Jet 3 database cannot hold the character '" + ch + "'");
+    }
+  };
   if (spec.name.empty() || utf8ToCodePoints(spec.name).size() > 64)
     badSpec("a table needs a name of 1 to 64 characters");
+  checkName("table", spec.name);
   for (const CatalogEntry& e : db.catalog())
     if (e.parentId == kTablesId && sameName(e.name, spec.name))
       badSpec("a table named '" + spec.name + "' already exists");
@@ -586,6 +621,7 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
     for (size_t k = 0; k < i; ++k)
       if (sameName(spec.columns[k].name, cs.name))
         badSpec("table '" + spec.name + "' has two columns named '" + cs.name + "'");
+    checkName("column", cs.name);
     ColumnDef c;
     c.name = cs.name;
     c.type = cs.type;
@@ -597,21 +633,20 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
       case coltype::kText:
         if (cs.size < 1 || cs.size > 255)
           badSpec("column '" + cs.name + "': text size must be 1 to 255 characters");
-        c.length = static_cast<uint16_t>(cs.size * 2);
-        c.extFlags = kColExtCompressedUnicode;
-        c.sortOrder = kGeneralSort;
+        c.length = static_cast<uint16_t>(cs.size * fmt.textUnitSize);
         break;
-      case coltype::kMemo:
-        c.extFlags = kColExtCompressedUnicode;
-        c.sortOrder = kGeneralSort;
-        break;
-      case coltype::kBinary:
-        if (cs.size < 1 || cs.size > 510) badSpec("column '" + cs.name + "': binary size must be 1 to 510");
+      case coltype::kMemo: break;
+      case coltype::kBinary: {
+        const int most = jet3 ? 255 : 510;
+        if (cs.size < 1 || cs.size > most)
+          badSpec("column '" + cs.name + "': binary size must be 1 to " + std::to_string(most));
         c.length = cs.size;
         break;
+      }
       case coltype::kOle: break;
       case coltype::kBoolean: c.length = 1; break;
       case coltype::kDecimal:
+        if (jet3) badSpec("column '" + cs.name + "': a Jet 3 database has no Decimal columns");
         if (cs.precision < 1 || cs.precision > 28 || cs.scale > cs.precision)
           badSpec("column '" + cs.name + "': bad precision or scale");
         c.precision = cs.precision;
@@ -621,6 +656,14 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
       default:
         if (fixedSizeOf(cs.type) == 0) badSpec("column '" + cs.name + "': unknown type " + std::to_string(cs.type));
         c.length = static_cast<uint16_t>(fixedSizeOf(cs.type));
+    }
+    if (c.isText()) {
+      c.sortOrder = kGeneralSortOrder;
+      if (jet3) {
+        c.codePage = kWindows1252;
+      } else {
+        c.extFlags = kColExtCompressedUnicode;
+      }
     }
     if (cs.autoNumber) {
       if (cs.type != coltype::kLong) badSpec("column '" + cs.name + "': only Long columns number themselves");
@@ -637,6 +680,7 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
       badSpec("table '" + spec.name + "': an index needs a name and 1 to 10 columns");
     for (size_t j = 0; j < k; ++j)
       if (sameName(spec.indexes[j].name, is.name)) badSpec("two indexes named '" + is.name + "'");
+    checkName("index", is.name);
     RealIndex ri;
     ri.number = static_cast<int>(k);
     for (size_t j = 0; j < is.columns.size(); ++j) {
@@ -649,7 +693,7 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
     }
     bool primary = is.primary;
     primaries += primary;
-    ri.flags = static_cast<uint8_t>(idxflag::kJet4Always | (primary || is.unique ? idxflag::kUnique : 0) |
+    ri.flags = static_cast<uint8_t>((jet3 ? 0 : idxflag::kJet4Always) | (primary || is.unique ? idxflag::kUnique : 0) |
                                     (is.ignoreNulls ? idxflag::kIgnoreNulls : 0) |
                                     (primary || is.required ? idxflag::kRequired : 0));
     t.realIndexes.push_back(ri);

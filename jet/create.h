@@ -1,4 +1,4 @@
-// Making new Jet 4 databases and tables.
+// Making new Jet 4 databases, and new tables in Jet 3 and Jet 4 databases.
 //
 // createDatabase() writes an empty database laid out as the Jet engine lays
 // out its own empty database: header, global page map, the four system
@@ -49,7 +49,8 @@ std::unique_ptr<Database> createDatabase(std::unique_ptr<PageStore> store);
 
 // Adds a user table. Throws JetError(kInvalid) for a bad spec (duplicate or
 // empty names, too many columns, unknown column in an index, a name already
-// used by a table).
+// used by a table; in a Jet 3 database also a Decimal column or a name with a
+// character outside Windows-1252).
 const TableDef& createTable(Database& db, const TableSpec& spec);
 
 // Parts of a table's storage, shared with compactDatabase(): an empty

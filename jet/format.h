@@ -96,6 +96,11 @@ constexpr uint8_t kIndexTypeNormal = 0x00;
 constexpr uint8_t kIndexTypePrimary = 0x01;
 constexpr uint8_t kIndexTypeForeign = 0x02;
 
+// The General sort order (text columns, index keys) and the Windows code
+// page Jet 3 text is written in.
+constexpr uint16_t kGeneralSortOrder = 1033;
+constexpr uint16_t kWindows1252 = 1252;
+
 // Table types in the table definition.
 constexpr uint8_t kTableTypeUser = 0x4E;
 constexpr uint8_t kTableTypeSystem = 0x53;

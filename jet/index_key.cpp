@@ -69,8 +69,6 @@ constexpr uint8_t kAscendingFlag = 0x7F;
 constexpr uint8_t kDescendingFlag = 0x80;
 constexpr uint8_t kAscendingNull = 0x00;
 constexpr uint8_t kDescendingNull = 0xFF;
-constexpr uint16_t kGeneralSortOrder = 1033;
-constexpr uint16_t kWindows1252 = 1252;
 
 // Jet 3 keeps a text column's sort order 9 bytes into its definition.
 constexpr size_t kJet3ColumnSortOrderOffset = 9;

@@ -13,8 +13,6 @@
 namespace jet {
 namespace {
 
-constexpr uint16_t kGeneralSortOrder = 1033;
-constexpr uint16_t kWindows1252 = 1252;
 constexpr char kLvalTag[4] = {'L', 'V', 'A', 'L'};
 
 bool writableType(uint8_t type) {

@@ -1,7 +1,9 @@
-// csd-template-gen IN.json OUT.csd
+// csd-template-gen IN.json OUT.csd [--into BASE]
 //
 // Builds a template schema document from its declarative description
-// (templates/README.md describes the format). The description is checked
+// (templates/README.md describes the format). With --into, the tables go into
+// a copy of the database BASE instead of a new Jet 4 database, in BASE's own
+// format: that is how a Jet 3 (Access 97) document is made. The description is checked
 // whole before anything is written: an unknown type, a duplicate name, a row
 // that does not fit its columns or a value table that FeatureDefAttr names
 // but the description lacks ends the program with one line on stderr and
@@ -440,7 +442,7 @@ std::vector<TableDescription> readDescription(const std::string& path) {
 }
 
 void build(const std::vector<TableDescription>& tables, const std::string& in,
-           const std::string& out) {
+           const std::string& out, const std::string& base) {
   namespace fs = std::filesystem;
   std::string tmp = out + ".tmp-XXXXXX";
   int fd = ::mkstemp(tmp.data());
@@ -449,7 +451,13 @@ void build(const std::vector<TableDescription>& tables, const std::string& in,
   ::close(fd);
   try {
     {
-      std::unique_ptr<jet::Database> db = jet::createDatabase(jet::openFileStore(tmp, true));
+      std::unique_ptr<jet::Database> db;
+      if (base.empty()) {
+        db = jet::createDatabase(jet::openFileStore(tmp, true));
+      } else {
+        fs::copy_file(base, tmp, fs::copy_options::overwrite_existing);
+        db = jet::Database::open(jet::openFileStore(tmp, true));
+      }
       for (const TableDescription& t : tables) {
         const jet::TableDef& def = jet::createTable(*db, t.spec);
         for (size_t r = 0; r < t.rows.size(); ++r) {
@@ -477,12 +485,13 @@ void build(const std::vector<TableDescription>& tables, const std::string& in,
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::cerr << "usage: csd-template-gen IN.json OUT.csd\n";
+  const bool into = argc == 5 && std::strcmp(argv[3], "--into") == 0;
+  if (argc != 3 && !into) {
+    std::cerr << "usage: csd-template-gen IN.json OUT.csd [--into BASE]\n";
     return 1;
   }
   try {
-    build(readDescription(argv[1]), argv[1], argv[2]);
+    build(readDescription(argv[1]), argv[1], argv[2], into ? argv[4] : "");
     return 0;
   } catch (const std::exception& e) {
     std::cerr << "csd-template-gen: " << e.what() << "\n";

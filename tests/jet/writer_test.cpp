@@ -23,6 +23,7 @@
 #include <sstream>
 
 #include "jet/check.h"
+#include "jet/create.h"
 #include "jet/database.h"
 #include "jet/error.h"
 #include "jet/index_key.h"
@@ -1544,6 +1545,20 @@ TEST(WriterRefusals, ReadOnlyStoresAndSystemTablesSayWhy) {
     }
     EXPECT_TRUE(flushed(*db) == before);
   }
+}
+
+TEST(WriterRefusals, AJet3TableTakesOnlyWhatJet3Holds) {
+  auto db = openCopy("testV1997.mdb");
+  const std::vector<uint8_t> before = flushed(*db);
+  auto spec = [](const std::string& column, uint8_t type) {
+    return TableSpec{"Karten", {{"Id", coltype::kLong, 0, true}, {column, type, 20}}, {}};
+  };
+  std::string msg = expectError(Kind::kInvalid, [&] { createTable(*db, spec("\u5730", coltype::kText)); });
+  EXPECT_NE(msg.find("cannot hold the character"), std::string::npos) << msg;
+  msg = expectError(Kind::kInvalid, [&] { createTable(*db, spec("Betrag", coltype::kDecimal)); });
+  EXPECT_NE(msg.find("no Decimal"), std::string::npos) << msg;
+  EXPECT_TRUE(flushed(*db) == before);
+  EXPECT_EQ(createTable(*db, spec("Gr\u00f6\u00dfe", coltype::kText)).columns[1].length, 20);
 }
 
 TEST(WriterRefusals, TablesInEnforcedRelationshipsAreRefusedWithTheReason) {

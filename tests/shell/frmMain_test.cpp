@@ -30,6 +30,8 @@
 
 #include "controls/MoveOverStringControl.h"
 #include "document/scripted_prompter.h"
+#include "jet/check.h"
+#include "jet/database.h"
 #include "schema/recordset.h"
 #include "schema/schema_database.h"
 #include "shell/frmDir.h"
@@ -470,6 +472,48 @@ class FrmMainTest : public QObject {
     QCOMPARE(mdbExport(path, "Maps"), (QStringList{"1,\"roads.dgn\",1,1", "2,\"rivers.dgn\",1,2"}));
     QCOMPARE(mdbReader(path, "Maps", {"mapId", "Name", "dirId", "csfid"}),
              (QStringList{"1|roads.dgn|1|1", "2|rivers.dgn|1|2"}));
+  }
+
+  // A document in the Access 97 format is edited in its own format: what
+  // the tabs write reads back in the other engines, and a folder name the
+  // format cannot hold is refused without touching the list or the file.
+  void aJet3DocumentStaysJet3() {
+    const QString a = folder("a", {"a.dgn", "c.csf"});
+    const QString far = folder(QString::fromUtf8("\xe5\x9c\xb0\xe5\x9b\xb3"), {"x.dgn"});
+    const QString path = file("old.csd");
+    QVERIFY(QFile::copy(VANTOR_JET3_SCHEMA, path));
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
+    makeWindow(path);
+    start();
+    folderAnswers_ = {a, far};
+    click("butNewDir");
+    move("MoveOverStringControlMapFiles", "butSelectAll");
+    clickRow(csAvailable(), "c.csf");
+    move("MoveOverStringControlCSFiles", "butSelect");
+    prompter_->answer(Answer::No);  // "Display the Data Access Errors Collection?"
+    click("butNewDir");
+    QVERIFY2(prompter_->messages().last().contains("U+5730 cannot be stored in a Jet 3 file"),
+             qPrintable(prompter_->messages().last()));
+    QCOMPARE(texts(folders()), QStringList{a});
+    clickTab(1);
+    auto* combo = control<QComboBox>("comboCS");
+    combo->setFocus();
+    QTest::keyClick(combo, Qt::Key_Down);
+    QCOMPARE(combo->currentText(), a + "/c.csf");
+    control<QLineEdit>("txtCADConnectStr")->setText(QString::fromUtf8("DSN=Zeichnungs\xc3\xa4mter"));
+    closeWith(Answer::Yes);
+
+    auto db = jet::Database::openFile(path.toStdString());
+    QVERIFY(db->format().version == jet::Version::kJet3);
+    QCOMPARE(jet::checkDatabase(*db), std::vector<std::string>());
+    QCOMPARE(mdbExport(path, "Directories") + mdbExport(path, "Maps") +
+                 mdbExport(path, "CoordinateSystemFiles"),
+             (QStringList{"1,\"" + a + "\"", "1,\"a.dgn\",1,1", "1,\"c.csf\",1"}));
+    QCOMPARE(mdbReader(path, "Directories", {"dirId", "Path"}) +
+                 mdbReader(path, "Maps", {"mapId", "Name", "dirId", "csfid"}),
+             (QStringList{"1|" + a, "1|a.dgn|1|1"}));
+    QCOMPARE(parameterOnDisk(path, "GraphicConnectString"),
+             std::optional<std::string>("DSN=Zeichnungs\xc3\xa4mter"));
   }
 
   void refusalsTheMissingFolderAndAQuotedName() {
