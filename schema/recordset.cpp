@@ -54,8 +54,9 @@ class JoinedRow : public RowSource, public FieldCatalog {
   const jet::Value* value(size_t table, size_t column) const {
     return &(*tables_[table].row)[column];
   }
-  FieldKind kindAt(std::pair<size_t, size_t> at) const {
-    return kindOf(tables_[at.first].def->columns[at.second]);
+  FieldKind kindAt(std::pair<size_t, size_t> at) const { return kindOf(columnAt(at)); }
+  const jet::ColumnDef& columnAt(std::pair<size_t, size_t> at) const {
+    return tables_[at.first].def->columns[at.second];
   }
 
   // (table, column) of a name; nullopt when unknown, 3079 when two tables
@@ -104,6 +105,68 @@ class JoinedRow : public RowSource, public FieldCatalog {
   std::vector<Table> tables_;
   mutable std::map<std::pair<const char*, const char*>, std::pair<size_t, size_t>> resolved_;
 };
+
+bool holdsNumbers(const jet::ColumnDef& c) {
+  switch (c.type) {
+    case jet::coltype::kBoolean:
+    case jet::coltype::kByte:
+    case jet::coltype::kInteger:
+    case jet::coltype::kLong:
+    case jet::coltype::kCurrency:
+    case jet::coltype::kSingle:
+    case jet::coltype::kDouble:
+    case jet::coltype::kDateTime:
+    case jet::coltype::kDecimal:
+      return true;
+    default:
+      return false;
+  }
+}
+
+// Whether a condition checkExpression accepted can still fail on some rows
+// and not on others: where a text or binary value may stand for a truth
+// value or a number, or a binary or unknown kind of column is compared.
+// Only a condition that cannot is tested while the result is handed on row
+// by row, so that no failure comes after rows already given out.
+bool mayFailOnSomeRows(const Expr& e, const JoinedRow& joined, bool truthWanted = true) {
+  auto column = [&](const Expr& field) -> const jet::ColumnDef* {
+    auto at = joined.resolve(field.table, field.name);
+    return at ? &joined.columnAt(*at) : nullptr;
+  };
+  // Numbers, True / False or Null, whatever the row.
+  auto numeric = [&](const Expr& x) {
+    if (x.kind == Expr::Kind::kLiteral) return !std::holds_alternative<std::string>(x.value);
+    if (x.kind == Expr::Kind::kField) {
+      const jet::ColumnDef* c = column(x);
+      return c && holdsNumbers(*c);
+    }
+    return true;  // comparisons, logic and negations
+  };
+  auto comparable = [&](const Expr& x) {
+    if (x.kind != Expr::Kind::kField) return true;
+    const jet::ColumnDef* c = column(x);
+    return c && (holdsNumbers(*c) || kindOf(*c) == FieldKind::kText);
+  };
+  switch (e.kind) {
+    case Expr::Kind::kLiteral:
+    case Expr::Kind::kField:
+      return truthWanted && !numeric(e);
+    case Expr::Kind::kCompare:
+      return !comparable(*e.left) || !comparable(*e.right) ||
+             mayFailOnSomeRows(*e.left, joined, false) ||
+             mayFailOnSomeRows(*e.right, joined, false);
+    case Expr::Kind::kAnd:
+    case Expr::Kind::kOr:
+      return mayFailOnSomeRows(*e.left, joined) || mayFailOnSomeRows(*e.right, joined);
+    case Expr::Kind::kNot:
+      return mayFailOnSomeRows(*e.left, joined);
+    case Expr::Kind::kNegate:
+      return !numeric(*e.left) || mayFailOnSomeRows(*e.left, joined, false);
+    case Expr::Kind::kIsNull:
+      return mayFailOnSomeRows(*e.left, joined, false);
+  }
+  return true;
+}
 
 // The values a read-only result may hold before the query is refused, Jet's
 // "System resource exceeded": a hundred megabytes or so.
@@ -295,15 +358,17 @@ bool Recordset::isOpen() const {
 
 void Recordset::close() { *this = Recordset(); }
 
-void Recordset::openQuery(std::weak_ptr<detail::DatabaseCore> weak, std::string_view sql) {
+bool Recordset::openQuery(std::weak_ptr<detail::DatabaseCore> weak, std::string_view sql,
+                          const Forward* forward) {
   auto shared = weak.lock();
   if (!shared || !shared->db) throw EngineError(err::kObjectInvalid, sources::kDatabase);
   SelectStatement st = shared->run(sources::kDatabase, [&] { return parseSelect(sql); });
-  openStatement(std::move(weak), st, ExprContext::kQuery);
+  return openStatement(std::move(weak), st, ExprContext::kQuery, forward);
 }
 
-void Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const SelectStatement& st,
-                              ExprContext ctx) {
+bool Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const SelectStatement& st,
+                              ExprContext ctx, const Forward* forward) {
+  bool streamed = false;
   core_ = std::move(weak);
   auto shared = core_.lock();
   coreRaw_ = shared.get();
@@ -373,11 +438,33 @@ void Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const Se
       for (size_t i = 0; i < columns_.size() && allColumnsInOrder_; ++i)
         allColumnsInOrder_ = columns_[i].column == i;
       const uint32_t epoch = static_cast<uint32_t>(c.rollbacks);
+      // Read forward only, each row is handed on as it is found, decoded
+      // only in the columns shown, and nothing is kept of it.
+      streamed = forward && !(st.where && mayFailOnSomeRows(*st.where, joined));
+      std::vector<bool> shown;
+      if (streamed && !allColumnsInOrder_) {
+        shown.assign(t.columns.size(), false);
+        for (const Column& col : columns_) shown[col.column] = true;
+      }
+      std::vector<jet::Value> projection;
+      auto keep = [&](jet::RowId id, jet::Bytes bytes) {
+        if (!streamed) {
+          members_.push_back({nextMark_++, id, epoch});
+          return;
+        }
+        std::vector<jet::Value> values = c.db->decodeRow(t, bytes, shown);
+        if (allColumnsInOrder_) return forward->row(values);
+        projection.clear();
+        for (const Column& col : columns_) projection.push_back(values[col.column]);
+        forward->row(projection);
+      };
+      if (streamed) forward->names(fieldNames());
       if (!st.where) {
         // The count a table keeps is a hint; a damaged one must not reserve gigabytes.
-        members_.reserve(std::min<size_t>(t.rowCount, size_t{c.db->pageCount()} * 64));
-        c.db->scanRows(t, [&](jet::RowId id, jet::Bytes) {
-          members_.push_back({nextMark_++, id, epoch});
+        if (!streamed)
+          members_.reserve(std::min<size_t>(t.rowCount, size_t{c.db->pageCount()} * 64));
+        c.db->scanRows(t, [&](jet::RowId id, jet::Bytes bytes) {
+          keep(id, bytes);
           return true;
         });
       } else {
@@ -389,7 +476,7 @@ void Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const Se
         joined.setRow(0, &row);
         auto test = [&](jet::RowId id, jet::Bytes bytes) {
           for (size_t i : used) row[i] = c.db->decodeColumn(t, t.columns[i], bytes);
-          if (eval.matches(*st.where)) members_.push_back({nextMark_++, id, epoch});
+          if (eval.matches(*st.where)) keep(id, bytes);
           return true;
         };
         if (auto ids = indexedRows(*c.db, t, alias, *st.where)) {
@@ -434,6 +521,7 @@ void Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const Se
     }
     pos_ = members_.empty() ? -1 : 0;
   });
+  return streamed;
 }
 
 bool Recordset::updatable() const {

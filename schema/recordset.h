@@ -24,6 +24,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -121,9 +122,21 @@ class Recordset {
     uint32_t epoch = 0;  // rollbacks before the recordset learnt of the row
   };
 
-  void openQuery(std::weak_ptr<detail::DatabaseCore> core, std::string_view sql);
-  void openStatement(std::weak_ptr<detail::DatabaseCore> core, const SelectStatement& st,
-                     ExprContext ctx);
+  // Where a forward-only read (SchemaDatabase::readForward) sends a result
+  // it reads in one pass.
+  struct Forward {
+    const std::function<void(const std::vector<std::string>&)>& names;
+    const std::function<void(const std::vector<jet::Value>&)>& row;
+  };
+
+  // With `forward`, a query of one table without DISTINCT whose condition
+  // cannot fail on one row and not another is not opened: its field names
+  // and then its rows go to `forward` as the table is read, and true comes
+  // back. Any other query opens as without it.
+  bool openQuery(std::weak_ptr<detail::DatabaseCore> core, std::string_view sql,
+                 const Forward* forward = nullptr);
+  bool openStatement(std::weak_ptr<detail::DatabaseCore> core, const SelectStatement& st,
+                     ExprContext ctx, const Forward* forward = nullptr);
   std::optional<std::unordered_set<uint32_t>> indexedCandidates(const Expr& cond) const;
   detail::DatabaseCore& core() const;
   template <typename F>

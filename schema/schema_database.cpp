@@ -153,6 +153,18 @@ Recordset SchemaDatabase::openRecordset(std::string_view sql) {
   return rs;
 }
 
+void SchemaDatabase::readForward(std::string_view sql,
+                                 const std::function<void(const std::vector<std::string>&)>& names,
+                                 const std::function<void(const std::vector<jet::Value>&)>& row) {
+  const Recordset::Forward forward{names, row};
+  Recordset rs;
+  if (rs.openQuery(core_, sql, &forward)) return;
+  // The dynaset, or the read-only result, made in full before any row is
+  // handed on.
+  names(rs.fieldNames());
+  for (; !rs.eof(); rs.moveNext()) row(rs.values());
+}
+
 Recordset SchemaDatabase::openMatching(std::string_view table, std::string_view criteria) {
   SelectStatement st;
   st.allColumns = true;

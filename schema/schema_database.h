@@ -22,9 +22,11 @@
 // lock keeps every other writer out until close().
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "schema/document_lock.h"
 #include "schema/engine_error.h"
@@ -73,6 +75,18 @@ class SchemaDatabase {
   // A dynaset over the rows of a query; see schema/recordset.h for the
   // shapes it accepts.
   Recordset openRecordset(std::string_view sql);
+  // The result of a query read once, front to back, for a caller that looks
+  // at each row once and keeps none (csdtool's query): `names` gets the
+  // field names, then `row` each row's values in that order, in the order
+  // of openRecordset's dynaset. A query of one table without DISTINCT is
+  // read as its rows are handed on: nothing is kept per row, only the
+  // columns shown and tested are decoded, and an index gives the rows where
+  // it would give them to the dynaset. Errors are openRecordset's, all
+  // raised before any row is handed on; only a damaged page can fail after
+  // the rows before it. A row is valid during its call.
+  void readForward(std::string_view sql,
+                   const std::function<void(const std::vector<std::string>&)>& names,
+                   const std::function<void(const std::vector<jet::Value>&)>& row);
   // A dynaset of the rows of `table` (a table's name, never SQL) that
   // FindFirst criteria match, in the table's order: its first row is the one
   // findFirst would find in a dynaset of the whole table. Errors are those

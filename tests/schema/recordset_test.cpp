@@ -557,6 +557,50 @@ TEST_F(RecordsetTest, FindFirstThroughAnIndexFindsWhatAScanFinds) {
   EXPECT_TRUE(other.noMatch());
 }
 
+// A result read forward (csdtool's query) is the dynaset's, whether the rows
+// come from a scan, an index or a read-only result; a condition that fails
+// only on some rows fails before any row is handed on.
+TEST_F(RecordsetTest, AForwardReadHandsOnTheDynasetsRows) {
+  const int32_t dir = addDirectory("/data/f"), other = addDirectory("/data/g");
+  int32_t first = 0;
+  for (int i = 0; i < 40; ++i) {
+    const int32_t key = add("Maps", {{"Name", "f" + std::to_string(i) + ".dgn"},
+                                     {"dirId", i % 3 ? dir : other},
+                                     {"csfid", i % 4 ? jet::Value(i % 4) : jet::Value()}});
+    if (i == 0) first = key;
+  }
+  using Rows = std::vector<std::vector<jet::Value>>;
+  for (const std::string& sql : std::vector<std::string>{
+           "select * from Maps", "select Name, mapId, Name from Maps where Name > 'f2'",
+           "select * from Maps m where m.dirId = " + std::to_string(other),
+           "select csfid, mapId from Maps where mapId > " + std::to_string(first + 5) +
+               " and mapId <= " + std::to_string(first + 20),
+           "select distinct csfid from Maps"}) {
+    Recordset rs = db_.openRecordset(sql);
+    Rows dynaset;
+    for (; !rs.eof(); rs.moveNext()) dynaset.push_back(rs.values());
+    ASSERT_GT(dynaset.size(), 2u) << sql;
+    std::vector<std::string> names;
+    Rows forward;
+    db_.readForward(
+        sql, [&](const std::vector<std::string>& n) { names = n; },
+        [&](const std::vector<jet::Value>& row) { forward.push_back(row); });
+    EXPECT_EQ(names, rs.fieldNames()) << sql;
+    EXPECT_EQ(forward, dynaset) << sql;
+  }
+  // The first ten rows match before a Name is taken for a truth value.
+  bool named = false;
+  expectError(
+      [&] {
+        db_.readForward(
+            "select * from Maps where mapId < " + std::to_string(first + 10) + " or Name",
+            [&](const std::vector<std::string>&) { named = true; },
+            [](const std::vector<jet::Value>&) {});
+      },
+      err::kTypeMismatchInCriteria);
+  EXPECT_FALSE(named);
+}
+
 // The first column of an index over two columns holds no key of its own:
 // the index shortcut must not take it for one.
 TEST_F(RecordsetTest, AnIndexOverTwoColumnsIsNoShortcutForItsFirst) {

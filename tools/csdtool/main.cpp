@@ -421,27 +421,33 @@ void withReadOnly(const std::string& path,
   body(db);
 }
 
-void printRecordset(schema::Recordset& rs, bool firstOnly) {
-  std::vector<std::string> names = rs.fieldNames();
-  std::string line;
-  for (size_t i = 0; i < names.size(); ++i) line += (i ? "," : "") + names[i];
-  std::cout << line << "\n";
-  jet::ColumnDef text;  // the layout mdb-export gives text; every value prints by its own kind
-  text.type = jet::coltype::kText;
-  jet::ColumnDef blob;
-  blob.type = jet::coltype::kOle;
-  for (; !rs.eof(); rs.moveNext()) {
-    line.clear();
-    const std::vector<jet::Value>& values = rs.values();
-    for (size_t i = 0; i < values.size(); ++i) {
-      if (i) line += ',';
-      line +=
-          csdtool::csvField(std::holds_alternative<jet::Blob>(values[i]) ? blob : text, values[i]);
-    }
-    std::cout << line << "\n";
-    if (firstOnly) break;
+// A result as CSV in the layout of mdb-export: the field names, then a line a row.
+class CsvPrinter {
+ public:
+  CsvPrinter() {
+    text_.type = jet::coltype::kText;  // the layout mdb-export gives text; every value prints
+    blob_.type = jet::coltype::kOle;   // by its own kind
   }
-}
+  void names(const std::vector<std::string>& names) {
+    line_.clear();
+    for (size_t i = 0; i < names.size(); ++i) line_ += (i ? "," : "") + names[i];
+    std::cout << line_ << "\n";
+  }
+  void row(const std::vector<jet::Value>& values) {
+    line_.clear();
+    for (size_t i = 0; i < values.size(); ++i) {
+      if (i) line_ += ',';
+      line_ += csdtool::csvField(std::holds_alternative<jet::Blob>(values[i]) ? blob_ : text_,
+                                 values[i]);
+    }
+    line_ += '\n';
+    std::cout << line_;
+  }
+
+ private:
+  jet::ColumnDef text_, blob_;
+  std::string line_;
+};
 
 int run(const std::vector<std::string>& args) {
   const std::string& cmd = args[0];
@@ -486,8 +492,11 @@ int run(const std::vector<std::string>& args) {
   if (cmd == "query") {
     if (args.size() != 3) return usageError("query takes FILE \"SELECT ...\"");
     withReadOnly(args[1], [&](schema::SchemaDatabase& db) {
-      schema::Recordset rs = db.openRecordset(args[2]);
-      printRecordset(rs, false);
+      // Printed once, front to back: read as it is printed.
+      CsvPrinter out;
+      db.readForward(
+          args[2], [&](const std::vector<std::string>& names) { out.names(names); },
+          [&](const std::vector<jet::Value>& values) { out.row(values); });
     });
     return 0;
   }
@@ -501,7 +510,9 @@ int run(const std::vector<std::string>& args) {
       schema::Recordset rs = db.openMatching(args[2], args[3]);
       if (rs.eof()) return;
       found = true;
-      printRecordset(rs, true);
+      CsvPrinter out;
+      out.names(rs.fieldNames());
+      out.row(rs.values());
     });
     if (!found) std::cout << "no row of " << args[2] << " matches " << args[3] << "\n";
     return found ? 0 : 1;
