@@ -65,7 +65,9 @@ std::optional<std::vector<jet::RowId>> rowsInRange(jet::Database& db, const jet:
     if (it == columns.end()) it = columns.insert(columns.end(), {at, Bounds{}});
     (below ? it->second.high : it->second.low) = &literal->value;
   }
-  for (const auto& [at, bounds] : columns) {
+  for (const auto& entry : columns) {
+    const size_t at = entry.first;  // a plain name: lambdas below use it
+    const Bounds& bounds = entry.second;
     for (const jet::RealIndex& ri : t.realIndexes) {
       if (ri.columns.size() != 1 || ri.columns[0].column != at || !ri.columns[0].ascending)
         continue;

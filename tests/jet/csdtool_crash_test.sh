@@ -32,24 +32,40 @@ edit() {
 }
 state() { "$csdtool" export "$1" Directories; }
 
+t0=$(date +%s%N)
+for i in 1 2 3 4 5; do sleep 0.000001; done
+sleep_cost=$((($(date +%s%N) - t0) / 5000))
 killed_mid_commit=0 before_count=0 after_count=0 dumps=0
 state "$doc" >"$work/before.csv"
 mdb-export "$doc" Directories >"$work/before.mdb.csv"
 for n in $(seq "$edits"); do
   cp "$doc" "$work/after.csd"
   edit "$n" "$work/after.csd"
+  t0=$(date +%s%N)
   "${cmd[@]}" >/dev/null 2>&1 || true
+  # The kill comes anywhere in the time the same edit took whole, however
+  # slow the build (sanitizers) or the machine; what starting `sleep` costs
+  # comes off the wait.
+  took=$((($(date +%s%N) - t0) / 1000))
+  wait_us=$((RANDOM * 32768 + RANDOM))
+  wait_us=$((wait_us % (took + 1) - sleep_cost))
   state "$work/after.csd" >"$work/after.csv"
   mdb-export "$work/after.csd" Directories >"$work/after.mdb.csv"
 
   edit "$n" "$doc"
   "${cmd[@]}" >/dev/null 2>&1 &
   pid=$!
-  sleep "0.00$((RANDOM % 10))$((RANDOM % 10))"
+  case $((n % 4)) in
+    # The moment the journal is being written, or the file behind it: a
+    # shell loop of builtins watches for it.
+    0) while kill -0 "$pid" 2>/dev/null && [[ ! -e $doc-journal-new ]]; do :; done ;;
+    1) while kill -0 "$pid" 2>/dev/null && [[ ! -e $doc-journal ]]; do :; done ;;
+    *) ((wait_us <= 0)) || sleep "$(printf '%d.%06d' $((wait_us / 1000000)) $((wait_us % 1000000)))" ;;
+  esac
   kill -9 "$pid" 2>/dev/null || true
   wait "$pid" 2>/dev/null || true
   left=0
-  [[ -e $doc-journal ]] && left=1 && killed_mid_commit=$((killed_mid_commit + 1))
+  [[ -e $doc-journal || -e $doc-journal-new ]] && left=1 && killed_mid_commit=$((killed_mid_commit + 1))
 
   # The first program to open the document puts it back; check reads only.
   "$csdtool" check "$doc" >"$work/check" || fail "edit $n: check: $(cat "$work/check")"
