@@ -294,14 +294,16 @@ class Join {
 // A row of the recordset itself, as FindFirst criteria see it.
 class ResultRow : public RowSource, public FieldCatalog {
  public:
-  ResultRow(const std::vector<std::string>& names, const std::vector<FieldKind>& kinds)
-      : names_(names), kinds_(kinds) {}
-  const std::vector<jet::Value>* row = nullptr;
+  using Values = std::function<const jet::Value&(size_t)>;
+  // `value` gives the current row's value of a result column, by number.
+  ResultRow(const std::vector<std::string>& names, const std::vector<FieldKind>& kinds,
+            Values value)
+      : names_(names), kinds_(kinds), value_(std::move(value)) {}
 
   std::optional<jet::Value> field(std::string_view table, std::string_view name) const override {
     auto i = find(table, name);
     if (!i) return std::nullopt;
-    return (*row)[*i];
+    return value_(*i);
   }
   std::optional<FieldKind> fieldKind(std::string_view table, std::string_view name) const override {
     auto i = find(table, name);
@@ -317,6 +319,7 @@ class ResultRow : public RowSource, public FieldCatalog {
   }
   const std::vector<std::string>& names_;
   const std::vector<FieldKind>& kinds_;
+  Values value_;
 };
 
 // Orders rows for DISTINCT: Null first, then by value, column by column.
@@ -531,9 +534,12 @@ bool Recordset::updatable() const {
 
 // ---- Reading rows
 
-const std::vector<jet::Value>* Recordset::tableRow(size_t i) const {
+const std::vector<jet::Value>* Recordset::tableRow(size_t i, bool whole) const {
   detail::DatabaseCore& c = core();
-  if (cachedIndex_ == static_cast<long>(i) && cachedGeneration_ == c.generation) return &cachedRow_;
+  if (cachedIndex_ == static_cast<long>(i) && cachedGeneration_ == c.generation) {
+    if (whole) decodeWhole();
+    return &cachedRow_;
+  }
   const Member& m = members_[i];
   if (c.undone(m.id, m.epoch)) return nullptr;
   // A page freed by a rollback may since hold another table's rows.
@@ -544,19 +550,50 @@ const std::vector<jet::Value>* Recordset::tableRow(size_t i) const {
   if (pg[0] != jet::page::kData || jet::u32le(&pg[f.dataTdefOffset]) != t.tdefPage) return nullptr;
   std::optional<jet::Bytes> bytes = c.db->rowData(m.id);
   if (!bytes) return nullptr;
-  cachedRow_ = c.db->decodeRow(t, *bytes);
+  // Kept raw; a column is decoded when it is first asked for.
+  cachedBytes_.assign(bytes->begin(), bytes->end());
+  cachedRow_.assign(t.columns.size(), jet::Value{});
+  cachedDecoded_.assign(t.columns.size(), false);
+  cachedWhole_ = false;
+  cachedIndex_ = static_cast<long>(i);
+  cachedGeneration_ = c.generation;
+  if (whole) decodeWhole();
+  return &cachedRow_;
+}
+
+const jet::Value& Recordset::cachedColumn(size_t column) const {
+  if (!cachedDecoded_[column]) {
+    const jet::TableDef& t = *sources_[0].table;
+    cachedRow_[column] = core().db->decodeColumn(t, t.columns[column], cachedBytes_);
+    cachedDecoded_[column] = true;
+  }
+  return cachedRow_[column];
+}
+
+void Recordset::decodeWhole() const {
+  if (cachedWhole_) return;
+  if (std::find(cachedDecoded_.begin(), cachedDecoded_.end(), true) == cachedDecoded_.end()) {
+    cachedRow_ = core().db->decodeRow(*sources_[0].table, cachedBytes_);
+  } else {
+    for (size_t k = 0; k < cachedRow_.size(); ++k) cachedColumn(k);
+  }
+  cachedDecoded_.assign(cachedRow_.size(), true);
   cachedProjection_.clear();
   if (!allColumnsInOrder_)
     for (const Column& col : columns_) cachedProjection_.push_back(cachedRow_[col.column]);
-  cachedIndex_ = static_cast<long>(i);
-  cachedGeneration_ = c.generation;
-  return &cachedRow_;
+  cachedWhole_ = true;
 }
 
 const std::vector<jet::Value>& Recordset::memberValues(size_t i) const {
   if (snapshot_) return rows_[members_[i].mark - 1];
   if (!tableRow(i)) throw EngineError(err::kRecordDeleted, sources::kRecordset);
   return allColumnsInOrder_ ? cachedRow_ : cachedProjection_;
+}
+
+const jet::Value& Recordset::memberValue(size_t i, size_t col) const {
+  if (snapshot_) return rows_[members_[i].mark - 1][col];
+  if (!tableRow(i, false)) throw EngineError(err::kRecordDeleted, sources::kRecordset);
+  return cachedColumn(columns_[col].column);
 }
 
 size_t Recordset::currentIndex() const {
@@ -588,7 +625,7 @@ jet::Value Recordset::field(std::string_view name) const {
   return guard(sources::kFields, [&] {
     size_t col = requireColumn(name);
     if (mode_ != EditMode::kNone) return buffer_[columns_[col].column];
-    return memberValues(currentIndex())[col];
+    return memberValue(currentIndex(), col);
   });
 }
 
@@ -733,12 +770,13 @@ void Recordset::find(std::string_view criteria, bool forward, bool fromEnd) {
     std::vector<FieldKind> kinds;
     for (const Column& col : columns_)
       kinds.push_back(kindOf(sources_[col.source].table->columns[col.column]));
-    ResultRow row(names, kinds);
+    long i = 0;
+    ResultRow row(names, kinds,
+                  [&](size_t col) -> const jet::Value& { return memberValue(static_cast<size_t>(i), col); });
     checkExpression(*cond, row, ExprContext::kCriteria);
     Evaluator eval(row, ExprContext::kCriteria);
 
     const long n = static_cast<long>(members_.size());
-    long i;
     if (fromEnd) {
       i = forward ? 0 : n - 1;
     } else if (forward) {
@@ -751,8 +789,7 @@ void Recordset::find(std::string_view criteria, bool forward, bool fromEnd) {
     std::optional<std::unordered_set<uint32_t>> candidates = indexedCandidates(*cond);
     for (; i >= 0 && i < n; i += forward ? 1 : -1) {
       if (candidates && !candidates->count(members_[static_cast<size_t>(i)].id.pack())) continue;
-      if (!snapshot_ && !tableRow(static_cast<size_t>(i))) continue;  // deleted elsewhere
-      row.row = &memberValues(static_cast<size_t>(i));
+      if (!snapshot_ && !tableRow(static_cast<size_t>(i), false)) continue;  // deleted elsewhere
       if (eval.matches(*cond)) {
         dropPending();
         pos_ = i;

@@ -145,8 +145,14 @@ class Recordset {
   size_t requireColumn(std::string_view name) const;
   // The values of member i in result-column order; throws 3167 when gone.
   const std::vector<jet::Value>& memberValues(size_t i) const;
-  // Table recordsets: member i's whole row, or nullptr when it is gone.
-  const std::vector<jet::Value>* tableRow(size_t i) const;
+  // One of them, decoding no other column of a table row.
+  const jet::Value& memberValue(size_t i, size_t col) const;
+  // Table recordsets: member i's row, or nullptr when it is gone; decoded
+  // whole, or (`whole` false) only in the columns read since through
+  // cachedColumn().
+  const std::vector<jet::Value>* tableRow(size_t i, bool whole = true) const;
+  const jet::Value& cachedColumn(size_t column) const;
+  void decodeWhole() const;
   size_t currentIndex() const;  // 3021 / 3167 when there is no current row
   void requireUpdatable() const;
   void dropPending();
@@ -170,9 +176,14 @@ class Recordset {
   uint64_t lastModified_ = 0;
   uint32_t nextMark_ = 1;
 
-  // The decoded row last read, valid while the database's generation stays.
+  // The row last read, valid while the database's generation stays: its
+  // bytes, and its columns decoded as they are asked for (all of them, and
+  // the projection, once `cachedWhole_`).
   mutable long cachedIndex_ = -1;
   mutable uint64_t cachedGeneration_ = 0;
+  mutable std::vector<uint8_t> cachedBytes_;
+  mutable std::vector<bool> cachedDecoded_;
+  mutable bool cachedWhole_ = false;
   mutable std::vector<jet::Value> cachedRow_, cachedProjection_, pendingProjection_;
   bool allColumnsInOrder_ = false;  // the projection is the row itself
 };
