@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 
 #include "jet/create.h"
@@ -674,6 +675,37 @@ TEST_F(RecordsetTest, CorpusFilesReadAsTheEngineReadsThem) {
   const auto rows = dumpFile(jet3)["Table1"];
   ASSERT_EQ(rows.size(), 2u);
   EXPECT_EQ(text(rows[1][1]), "caf\u00E9 \u20AC");
+}
+
+// A row is decoded column by column as its fields are read: a damaged long
+// value fails the field that holds it, not the row's other fields or a find
+// on them.
+TEST_F(RecordsetTest, ADamagedMemoFailsItsOwnFieldOnly) {
+  db_.close();
+  {
+    auto db = jet::Database::openFile(path_, true);
+    const jet::TableDef& t = jet::createTable(
+        *db, {"Notes", {{"Title", jet::coltype::kText, 20}, {"Body", jet::coltype::kMemo}}, {}});
+    db->insertRow(t, {std::string("roads"), std::string(300, 'x')});
+    db->flush();
+  }
+  {
+    auto db = jet::Database::openFile(path_, true);
+    const jet::Format& f = db->format();
+    for (uint32_t n = 2; n < db->pageCount(); ++n) {
+      jet::Bytes pg = db->page(n);
+      if (pg[0] == jet::page::kData && std::memcmp(&pg[f.dataTdefOffset], "LVAL", 4) == 0)
+        jet::put16le(db->mutablePage(n) + f.dataRowCountOffset, 0);  // its rows gone
+    }
+    db->flush();
+  }
+  db_.open(path_);
+  Recordset rs = db_.openRecordset("select * from Notes");
+  rs.findFirst("Title = 'roads'");
+  ASSERT_FALSE(rs.noMatch());
+  EXPECT_EQ(rs.field("Title"), jet::Value(std::string("roads")));
+  expectError([&] { rs.field("Body"); }, err::kUnrecognizedFormat);
+  expectError([&] { rs.values(); }, err::kUnrecognizedFormat);
 }
 
 TEST_F(RecordsetTest, CompactShrinksTheFileKeepsItsRowsAndEndsItsRecordsets) {
