@@ -179,10 +179,7 @@ std::vector<uint8_t> encodeDefinition(const Format& fmt, const TableDef& t,
   out[0] = page::kTableDef;
   out[1] = 0x01;
   const bool jet3 = fmt.version == Version::kJet3;
-  if (jet3) {
-    out[2] = 'V';  // every Jet 3 definition page carries these two bytes
-    out[3] = 'C';
-  } else {
+  if (!jet3) {
     put<uint32_t>(out, 12, kDefinitionTag);
     out[24] = 0x01;  // lets AutoNumber columns work
   }
@@ -276,15 +273,24 @@ std::vector<uint8_t> encodeDefinition(const Format& fmt, const TableDef& t,
 }
 
 // Writes a definition to its first page, continuing onto new pages when it
-// is longer than one.
+// is longer than one. Bytes 2-3 of each page hold its free space in Jet 4,
+// "VC" in every Jet 3 definition page.
 void writeDefinition(Database& db, uint32_t first, const std::vector<uint8_t>& def) {
   const Format& fmt = db.format();
   const size_t size = fmt.pageSize;
+  auto setFree = [&](uint8_t* pg, size_t free) {
+    if (fmt.version == Version::kJet3) {
+      pg[2] = 'V';
+      pg[3] = 'C';
+    } else {
+      put16le(pg + 2, static_cast<uint16_t>(free));
+    }
+  };
   size_t done = std::min(def.size(), size);
   uint8_t* p = db.mutablePage(first);
   std::memset(p, 0, size);
   copyBytes(p, def.data(), done);
-  put16le(p + 2, static_cast<uint16_t>(done + 8 <= size ? size - done - 8 : 0));
+  setFree(p, done + 8 <= size ? size - done - 8 : 0);
   uint32_t prev = first;
   while (done < def.size()) {
     uint32_t n = db.allocatePage();
@@ -295,7 +301,7 @@ void writeDefinition(Database& db, uint32_t first, const std::vector<uint8_t>& d
     q[0] = page::kTableDef;
     q[1] = 0x01;
     copyBytes(q + 8, def.data() + done, chunk);
-    put16le(q + 2, static_cast<uint16_t>(size - 8 - chunk));
+    setFree(q, size - 8 - chunk);
     done += chunk;
     prev = n;
   }

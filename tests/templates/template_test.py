@@ -315,6 +315,13 @@ def main(argv):
             check.base_tables = (len(out(["mdb-tables", "-1", path]).splitlines()) -
                                  len(desc["tables"]) if jet3 else 0)
             check.check(path, desc)
+            if jet3:  # every definition page, as in every Access 97 file
+                data = open(path, "rb").read()
+                bad = [n for n in range(len(data) // 2048)
+                       if data[n * 2048:n * 2048 + 2] == b"\x02\x01"
+                       and data[n * 2048 + 2:n * 2048 + 4] != b"VC"]
+                fails.expect(not bad, os.path.basename(path),
+                             "definition pages without VC: %s" % bad[:5])
         except RuntimeError as e:
             fails.items.append("%s: %s" % (os.path.basename(path), e))
     for item in fails.items:
