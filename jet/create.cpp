@@ -632,7 +632,7 @@ const TableDef& createTable(Database& db, const TableSpec& spec) {
     c.name = cs.name;
     c.type = cs.type;
     c.number = static_cast<uint16_t>(i);
-    c.displayIndex = static_cast<uint16_t>(i + 1);
+    c.displayIndex = static_cast<uint16_t>(jet3 ? i : i + 1);  // Access 97 counts from 0
     bool fixed = fixedSizeOf(cs.type) > 0 || cs.type == coltype::kBoolean;
     c.flags = static_cast<uint8_t>(colflag::kNullable | (fixed ? colflag::kFixed : 0));
     switch (cs.type) {
