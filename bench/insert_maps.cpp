@@ -39,7 +39,7 @@ int main(int argc, char** argv) {
                        {"Name", jet::coltype::kText, 255},
                        {"dirId", jet::coltype::kLong},
                        {"csfid", jet::coltype::kLong}},
-                      {{"PrimaryKey", {"mapId"}, {}, true}, {"Name", {"Name"}}}};
+                      {{"PrimaryKey", {"mapId"}, {}, true}, {"Name", {"Name"}, {}}}};
   const jet::TableDef& maps = jet::createTable(*db, spec);
   db->flush();
   const auto before = std::filesystem::file_size(path);

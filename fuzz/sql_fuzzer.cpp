@@ -48,8 +48,8 @@ void makeDatabase(const std::string& path) {
                                                       {"Made", kDateTime},
                                                       {"Done", kBoolean}},
                                                      {{"PrimaryKey", {"mapId"}, {}, true},
-                                                      {"dirId", {"dirId"}},
-                                                      {"NameDir", {"Name", "dirId"}}}});
+                                                      {"dirId", {"dirId"}, {}},
+                                                      {"NameDir", {"Name", "dirId"}, {}}}});
   const jet::TableDef& params =
       jet::createTable(*db, {"CADParameters", {{"Name", kText, 50}, {"Value", kText, 255}}, {}});
   for (int d = 1; d <= 4; ++d)

@@ -86,7 +86,9 @@ TEST(ColumnRules, EachRefusalCarriesJetsNumberAndChangesNothing) {
     } catch (const JetError& e) {
       EXPECT_EQ(e.number(), c.number) << e.what();
       EXPECT_NE(std::string(e.what()).find(c.words), std::string::npos) << e.what();
-      if (c.number) EXPECT_EQ(e.jetText().rfind(c.words, 0), 0u) << e.jetText();
+      if (c.number) {
+        EXPECT_EQ(e.jetText().rfind(c.words, 0), 0u) << e.jetText();
+      }
     }
     db->flush();
     EXPECT_TRUE(static_cast<MemoryStore&>(db->store()).bytes() == before);

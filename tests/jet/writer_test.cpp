@@ -506,7 +506,9 @@ class Table1Model {
         EXPECT_EQ(db_->indexLookup(t, ri, key), rows) << "index " << ri.number;
         std::vector<uint8_t> between = key;
         between.push_back(0);
-        if (!byKey.count(between)) EXPECT_TRUE(db_->indexLookup(t, ri, between).empty());
+        if (!byKey.count(between)) {
+          EXPECT_TRUE(db_->indexLookup(t, ri, between).empty());
+        }
       }
       // Ranges: between two held keys, and open at either end.
       if (byKey.size() >= 2) {

@@ -37,7 +37,9 @@ void expectFailure(const std::function<void()>& f, int32_t number, const std::st
     ADD_FAILURE() << "no error; expected " << number;
   } catch (const EngineError& e) {
     EXPECT_EQ(e.number(), number) << e.description();
-    if (!description.empty()) EXPECT_EQ(e.description(), description);
+    if (!description.empty()) {
+      EXPECT_EQ(e.description(), description);
+    }
     EXPECT_EQ(e.source(), source);
   }
 }
@@ -613,7 +615,7 @@ TEST_F(RecordsetTest, AnIndexOverTwoColumnsIsNoShortcutForItsFirst) {
     const jet::TableDef& t =
         jet::createTable(*db, {"Maps",
                                {{"Name", jet::coltype::kText, 20}, {"dirId", jet::coltype::kLong}},
-                               {{"NameDir", {"Name", "dirId"}}}});
+                               {{"NameDir", {"Name", "dirId"}, {}}}});
     for (int d = 1; d <= 3; ++d) db->insertRow(t, {std::string("b.dgn"), int32_t{d}});
     db->flush();
     std::ofstream(path, std::ios::binary)
