@@ -15,20 +15,6 @@ bool namesTable(const Expr& field, const jet::TableDef& t, std::string_view alia
          (!alias.empty() && sameName(field.table, alias));
 }
 
-bool isNumberColumn(const jet::ColumnDef& c) {
-  switch (c.type) {
-    case jet::coltype::kByte:
-    case jet::coltype::kInteger:
-    case jet::coltype::kLong:
-    case jet::coltype::kCurrency:
-    case jet::coltype::kSingle:
-    case jet::coltype::kDouble:
-      return true;
-    default:
-      return false;
-  }
-}
-
 // "column < number" and the like, on a number column with an ascending
 // index of its own: the entries between the bounds. Keys of numbers sort as
 // the numbers do; a bound the column cannot hold leaves its end open, and a
@@ -59,7 +45,7 @@ std::optional<std::vector<jet::RowId>> rowsInRange(jet::Database& db, const jet:
         !std::holds_alternative<double>(literal->value))
       continue;
     const jet::ColumnDef* col = t.findColumn(field->name);
-    if (!col || !isNumberColumn(*col)) continue;
+    if (!col || !keysSortAsValues(*col)) continue;
     const size_t at = static_cast<size_t>(col - t.columns.data());
     auto it = std::find_if(columns.begin(), columns.end(), [&](auto& c) { return c.first == at; });
     if (it == columns.end()) it = columns.insert(columns.end(), {at, Bounds{}});
@@ -94,6 +80,28 @@ std::optional<std::vector<jet::RowId>> rowsInRange(jet::Database& db, const jet:
 }
 
 }  // namespace
+
+bool holdsNumbers(const jet::ColumnDef& c) {
+  switch (c.type) {
+    case jet::coltype::kBoolean:
+    case jet::coltype::kByte:
+    case jet::coltype::kInteger:
+    case jet::coltype::kLong:
+    case jet::coltype::kCurrency:
+    case jet::coltype::kSingle:
+    case jet::coltype::kDouble:
+    case jet::coltype::kDateTime:
+    case jet::coltype::kDecimal:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool keysSortAsValues(const jet::ColumnDef& c) {
+  return holdsNumbers(c) && c.type != jet::coltype::kBoolean &&
+         c.type != jet::coltype::kDateTime && c.type != jet::coltype::kDecimal;
+}
 
 std::optional<std::vector<jet::RowId>> indexedRows(jet::Database& db, const jet::TableDef& t,
                                                    std::string_view alias, const Expr& cond) {

@@ -29,6 +29,12 @@ std::optional<std::vector<jet::RowId>> indexedRows(jet::Database& db, const jet:
 std::optional<std::vector<jet::RowId>> rowsWithValue(jet::Database& db, const jet::TableDef& t,
                                                      size_t at, const jet::Value& value);
 
+// Whether a column holds numbers, truth values or dates: values that compare
+// as numbers whatever the row. Of them, the plain numbers (not Boolean, Date/
+// Time or Decimal) have index keys that sort as their values.
+bool holdsNumbers(const jet::ColumnDef& c);
+bool keysSortAsValues(const jet::ColumnDef& c);
+
 // The columns of `t` that `cond` names (unqualified, or qualified by the
 // table's name or `alias`), each once: what a row must decode for the test.
 std::vector<size_t> columnsNamed(const jet::TableDef& t, std::string_view alias, const Expr& cond);

@@ -106,23 +106,6 @@ class JoinedRow : public RowSource, public FieldCatalog {
   mutable std::map<std::pair<const char*, const char*>, std::pair<size_t, size_t>> resolved_;
 };
 
-bool holdsNumbers(const jet::ColumnDef& c) {
-  switch (c.type) {
-    case jet::coltype::kBoolean:
-    case jet::coltype::kByte:
-    case jet::coltype::kInteger:
-    case jet::coltype::kLong:
-    case jet::coltype::kCurrency:
-    case jet::coltype::kSingle:
-    case jet::coltype::kDouble:
-    case jet::coltype::kDateTime:
-    case jet::coltype::kDecimal:
-      return true;
-    default:
-      return false;
-  }
-}
-
 // Whether a condition checkExpression accepted can still fail on some rows
 // and not on others: where a text or binary value may stand for a truth
 // value or a number, or a binary or unknown kind of column is compared.
