@@ -121,7 +121,7 @@ void Database::readHeader() {
   if (header_.encodingKey != 0)
     throw JetError(JetError::Kind::kUnsupported,
                    "the database is encrypted; decrypt it in Access before opening it here");
-  pages_.assign(pageCount_, nullptr);
+  pages_ = decltype(pages_)(pageCount_);
 }
 
 Bytes Database::page(uint32_t n) {
@@ -130,20 +130,35 @@ Bytes Database::page(uint32_t n) {
   if (!pages_[n]) {
     // A read a little past where the last one ended is a walk through
     // neighbouring pages (a table or an index mostly sits in a run of them),
-    // so it takes the pages after it in the same request; a page elsewhere,
-    // as an index seek wants, comes alone.
-    uint32_t last = n + 1;
+    // so it takes pages after it in the same request, twice as many each
+    // time the walk goes on, up to kReadAheadPages; a page elsewhere, as an
+    // index seek wants, comes alone and ends the walk.
     if (n >= lastMiss_ && n - lastMiss_ < kReadAheadPages)
-      while (last < pageCount_ && last - n < kReadAheadPages && !pages_[last]) ++last;
+      readAhead_ = std::min(readAhead_ * 2, kReadAheadPages);
+    else
+      readAhead_ = 1;
+    uint32_t last = n + 1;
+    while (last < pageCount_ && last - n < readAhead_ && !pages_[last]) ++last;
     lastMiss_ = last;
     const size_t size = fmt_->pageSize;
     makeRoom(last - n);
-    readBuffer_.resize(size * (last - n));
-    store_->read(static_cast<uint64_t>(n) * size, readBuffer_);
-    for (uint32_t k = n; k < last; ++k) {
-      pages_[k] = newPageBuffer();
-      std::memcpy(pages_[k], readBuffer_.data() + (k - n) * size, size);
-      if (k != n) touch(k);
+    if (last == n + 1) {
+      uint8_t* buffer = newPageBuffer();
+      try {
+        store_->read(static_cast<uint64_t>(n) * size, {buffer, size});
+      } catch (...) {
+        freeBuffers_.push_back(buffer);
+        throw;
+      }
+      pages_[n] = buffer;
+    } else {
+      readBuffer_.resize(size * (last - n));
+      store_->read(static_cast<uint64_t>(n) * size, readBuffer_);
+      for (uint32_t k = n; k < last; ++k) {
+        pages_[k] = newPageBuffer();
+        std::memcpy(pages_[k], readBuffer_.data() + (k - n) * size, size);
+        if (k != n) touch(k);
+      }
     }
   }
   touch(n);

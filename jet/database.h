@@ -16,16 +16,20 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <list>
 #include <map>
 #include <memory>
+#include <new>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include <sys/mman.h>
 
 #include "jet/bytes.h"
 #include "jet/error.h"
@@ -298,13 +302,48 @@ class Database {
   // it is in memory. Buffers are owned by arena_ and reused through
   // freeBuffers_. lru_ lists the pages in memory, the last used first;
   // changed pages are never dropped.
-  std::vector<uint8_t*> pages_;
+  // A fresh vector of these is zeroed memory the system hands over untouched,
+  // so a large file's slots cost only the ones used. Slots past a shrunken
+  // size keep what they held: grow the vector by push_back only.
+  template <typename T>
+  struct ZeroedAllocator {
+    using value_type = T;
+    ZeroedAllocator() = default;
+    template <typename U>
+    ZeroedAllocator(const ZeroedAllocator<U>&) {}
+    static constexpr size_t kMapped = 65536;  // bytes from which the system's own pages serve
+    T* allocate(size_t n) {
+      if (n * sizeof(T) >= kMapped) {
+        void* p = ::mmap(nullptr, n * sizeof(T), PROT_READ | PROT_WRITE,
+                         MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (p != MAP_FAILED) return static_cast<T*>(p);
+      } else if (void* p = std::calloc(n, sizeof(T))) {
+        return static_cast<T*>(p);
+      }
+      throw std::bad_alloc();
+    }
+    void deallocate(T* p, size_t n) {
+      if (n * sizeof(T) >= kMapped)
+        ::munmap(p, n * sizeof(T));
+      else
+        std::free(p);
+    }
+    template <typename U>
+    void construct(U*) noexcept {}
+    template <typename U, typename... A>
+    void construct(U* p, A&&... a) {
+      ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+    }
+    bool operator==(const ZeroedAllocator&) const { return true; }
+  };
+  std::vector<uint8_t*, ZeroedAllocator<uint8_t*>> pages_;
   std::vector<std::unique_ptr<uint8_t[]>> arena_;
   std::vector<uint8_t*> freeBuffers_;
   std::list<uint32_t> lru_;
   std::unordered_map<uint32_t, std::list<uint32_t>::iterator> lruAt_;
   size_t cacheLimit_ = 1024;
   uint32_t lastMiss_ = 0;  // the page the last read from the file ended before
+  uint32_t readAhead_ = 1;  // pages the next read that follows on from the last takes
   std::vector<uint8_t> readBuffer_;
   uint8_t* newPageBuffer();
   void touch(uint32_t n);

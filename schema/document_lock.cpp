@@ -1,7 +1,6 @@
 #include "schema/document_lock.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <string_view>
 #include <thread>
@@ -25,14 +25,23 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// The account's name from the password file, else the login's $USER, else the
+// number. The file is read directly rather than through the name service, so
+// that csdtool links statically (it starts faster) without a resolver that
+// wants the shared C library at run time.
 std::string userName() {
-  std::vector<char> buffer(16384);
-  passwd entry{};
-  passwd* found = nullptr;
-  if (::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found)
-    return found->pw_name;
-  if (const char* user = std::getenv("USER")) return user;
-  return std::to_string(::geteuid());
+  const std::string uid = std::to_string(::geteuid());
+  std::ifstream passwd("/etc/passwd");
+  for (std::string line; std::getline(passwd, line);) {
+    // name:password:uid:...
+    const size_t a = line.find(':');
+    const size_t b = a == std::string::npos ? a : line.find(':', a + 1);
+    const size_t c = b == std::string::npos ? b : line.find(':', b + 1);
+    if (c != std::string::npos && a > 0 && line.compare(b + 1, c - b - 1, uid) == 0)
+      return line.substr(0, a);
+  }
+  if (const char* user = std::getenv("USER"); user && *user) return user;
+  return uid;
 }
 
 std::string hostName() {
