@@ -116,6 +116,12 @@ printf 'insert Maps Name=d.dgn\n\ninsert Maps nosuch=1\n' | "$csdtool" batch "$d
   fail "a batch with a bad line"
 grep -q "line 3: table 'Maps' has no column 'nosuch'" "$work/err" && cmp -s "$doc" "$work/before" ||
   fail "a failed batch: $(cat "$work/err")"
+# With --each every line is its own commit: the lines before a failing one stay.
+printf 'insert Maps Name=e.dgn dirId=78 csfid=1\ninsert Maps Name=f.dgn dirId=78\nupdate Maps --where dirId=78 --set nosuch=1\n' |
+  "$csdtool" batch "$doc" --each >"$work/out" 2>"$work/err" && fail "a batch --each with a bad line"
+grep -q "line 3: .*nosuch.* (the edits up to line 2 are saved)" "$work/err" && [[ $(wc -l <"$work/out") -eq 2 ]] &&
+  [[ $("$csdtool" query "$doc" "SELECT Name FROM Maps WHERE dirId = 78" | wc -l) -eq 3 ]] &&
+  "$csdtool" check "$doc" || fail "a failed batch --each: $(cat "$work/out" "$work/err")"
 
 # Readers never see part of a commit: batches of 300 inserts land while
 # check and export read the same document side by side.

@@ -55,6 +55,9 @@ const char kUsage[] =
     "                         delete, then TABLE and the arguments as above; double quotes\n"
     "                         group words, # begins a comment line), made in one commit:\n"
     "                         all of them, or at the first that fails none\n"
+    "  batch FILE --each      the same, each edit its own commit, on disk and its output\n"
+    "                         printed before the next line is read; a failure keeps the\n"
+    "                         edits before it\n"
     "  compact FILE [OUT]     rewrite FILE without free pages and deleted rows, into OUT\n"
     "                         if given, else in place\n"
     "  new --template mstn|autocad|PATH OUT [--force]\n"
@@ -284,8 +287,19 @@ std::vector<std::string> splitWords(const std::string& line) {
 
 // The edits of standard input, one a line, made as one: all of them reach
 // FILE in one commit, or, at the first that fails, none.
-void runBatch(const std::string& file) {
+// What a failed `batch --each` kept.
+std::string savedNote(bool each, size_t saved) {
+  if (!each) return "";
+  if (saved == 0) return " (nothing was saved)";
+  return " (the edits up to line " + std::to_string(saved) + " are saved)";
+}
+
+// The edits of standard input. Together, they are one commit: all land or
+// none. With `each`, every line is its own commit, on disk (and its output
+// printed) before the next is read, so a failure keeps the lines before it.
+void runBatch(const std::string& file, bool each) {
   std::ostringstream out;
+  size_t saved = 0;
   editSafely(file, [&](jet::Database& db) {
     std::string line;
     for (size_t number = 1; std::getline(std::cin, line); ++number) {
@@ -293,10 +307,18 @@ void runBatch(const std::string& file) {
         std::vector<std::string> words = splitWords(line);
         if (words.empty() || words[0].starts_with("#")) continue;
         applyEdit(db, words, out);
+        if (each) {
+          db.flush();
+          saved = number;
+          std::cout << out.str() << std::flush;
+          out.str({});
+        }
       } catch (const jet::JetError& e) {
-        throw e.withMessage("line " + std::to_string(number) + ": " + e.what());
+        throw e.withMessage("line " + std::to_string(number) + ": " + e.what() +
+                            savedNote(each, saved));
       } catch (const std::exception& e) {
-        throw std::runtime_error("line " + std::to_string(number) + ": " + e.what());
+        throw std::runtime_error("line " + std::to_string(number) + ": " + e.what() +
+                                 savedNote(each, saved));
       }
     }
     if (std::cin.bad()) throw std::runtime_error("could not read standard input");
@@ -549,9 +571,10 @@ int run(const std::vector<std::string>& args) {
     return 0;
   }
   if (cmd == "batch") {
-    if (args.size() != 2)
+    const bool each = args.size() == 3 && args[2] == "--each";
+    if (args.size() != 2 && !each)
       return usageError("batch takes one FILE, and its edits on standard input");
-    runBatch(args[1]);
+    runBatch(args[1], each);
     return 0;
   }
   return usageError("unknown command '" + cmd + "'");
