@@ -1,6 +1,7 @@
 #include "schema/planner.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "jet/error.h"
 #include "jet/index_key.h"
@@ -15,10 +16,24 @@ bool namesTable(const Expr& field, const jet::TableDef& t, std::string_view alia
          (!alias.empty() && sameName(field.table, alias));
 }
 
-// "column < number" and the like, on a number column with an ascending
-// index of its own: the entries between the bounds. Keys of numbers sort as
-// the numbers do; a bound the column cannot hold leaves its end open, and a
-// Null key (sorted first) only ever widens what is tested.
+// A key seeks the bytes it was made of, and Single, Double and Date/Time
+// keys of 0 and -0 differ, though the values are equal: where a column of
+// those holds `v` == 0, the zero of sign `negative` (which may be `v`).
+std::optional<jet::Value> zeroOfSign(const jet::Value& v, bool negative) {
+  const double sign = negative ? -1.0 : 1.0;
+  if (auto* f = std::get_if<float>(&v); f && *f == 0) return jet::Value(std::copysign(0.0f, sign));
+  if (auto* d = std::get_if<double>(&v); d && *d == 0) return jet::Value(std::copysign(0.0, sign));
+  if (auto* t = std::get_if<jet::DateTime>(&v); t && t->days == 0)
+    return jet::Value(jet::DateTime{std::copysign(0.0, sign)});
+  return std::nullopt;
+}
+
+// "column < number" and the like, on a number or date column with an
+// ascending index of its own: the entries between the bounds. Keys of
+// numbers and dates sort as the values do (a date is its number of days);
+// a bound the column cannot hold leaves its end open, a bound of zero takes
+// both zeros in, and a Null key (sorted first) only ever widens what is
+// tested.
 std::optional<std::vector<jet::RowId>> rowsInRange(jet::Database& db, const jet::TableDef& t,
                                                    std::string_view alias,
                                                    const std::vector<const Expr*>& parts) {
@@ -57,17 +72,20 @@ std::optional<std::vector<jet::RowId>> rowsInRange(jet::Database& db, const jet:
     for (const jet::RealIndex& ri : t.realIndexes) {
       if (ri.columns.size() != 1 || ri.columns[0].column != at || !ri.columns[0].ascending)
         continue;
-      auto keyOf = [&](const jet::Value* v) -> std::optional<std::vector<uint8_t>> {
+      // -0 sorts before 0: the low end starts at it, the high end at 0.
+      auto keyOf = [&](const jet::Value* v, bool low) -> std::optional<std::vector<uint8_t>> {
         if (!v) return std::nullopt;
         try {
           std::vector<jet::Value> row(t.columns.size());
           row[at] = jet::coerceValue(db.format(), t.columns[at], *v);
+          if (auto zero = zeroOfSign(row[at], low)) row[at] = *zero;
           return jet::encodeIndexKey(db.format(), t, ri, row);
         } catch (const jet::JetError&) {
           return std::nullopt;  // past what the column holds: that end stays open
         }
       };
-      const std::optional<std::vector<uint8_t>> low = keyOf(bounds.low), high = keyOf(bounds.high);
+      const std::optional<std::vector<uint8_t>> low = keyOf(bounds.low, true),
+                                                high = keyOf(bounds.high, false);
       if (!low && !high) continue;
       std::vector<jet::RowId> ids =
           db.indexRange(t, ri, low ? &*low : nullptr, high ? &*high : nullptr);
@@ -99,8 +117,7 @@ bool holdsNumbers(const jet::ColumnDef& c) {
 }
 
 bool keysSortAsValues(const jet::ColumnDef& c) {
-  return holdsNumbers(c) && c.type != jet::coltype::kBoolean &&
-         c.type != jet::coltype::kDateTime && c.type != jet::coltype::kDecimal;
+  return holdsNumbers(c) && c.type != jet::coltype::kBoolean && c.type != jet::coltype::kDecimal;
 }
 
 std::optional<std::vector<jet::RowId>> indexedRows(jet::Database& db, const jet::TableDef& t,
@@ -132,8 +149,14 @@ std::optional<std::vector<jet::RowId>> rowsWithValue(jet::Database& db, const je
     try {
       std::vector<jet::Value> row(t.columns.size());
       row[at] = jet::coerceValue(db.format(), t.columns[at], value);
-      std::vector<jet::RowId> ids =
-          db.indexLookup(t, ri, jet::encodeIndexKey(db.format(), t, ri, row));
+      std::vector<jet::RowId> ids;
+      if (auto positive = zeroOfSign(row[at], false)) {
+        row[at] = *zeroOfSign(row[at], true);
+        ids = db.indexLookup(t, ri, jet::encodeIndexKey(db.format(), t, ri, row));
+        row[at] = *positive;
+      }
+      for (jet::RowId id : db.indexLookup(t, ri, jet::encodeIndexKey(db.format(), t, ri, row)))
+        ids.push_back(id);
       std::sort(ids.begin(), ids.end());
       ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
       return ids;

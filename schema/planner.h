@@ -30,8 +30,8 @@ std::optional<std::vector<jet::RowId>> rowsWithValue(jet::Database& db, const je
                                                      size_t at, const jet::Value& value);
 
 // Whether a column holds numbers, truth values or dates: values that compare
-// as numbers whatever the row. Of them, the plain numbers (not Boolean, Date/
-// Time or Decimal) have index keys that sort as their values.
+// as numbers whatever the row. Of them, all but Boolean and Decimal have
+// index keys that sort as their values (zeros aside: -0 sorts before 0).
 bool holdsNumbers(const jet::ColumnDef& c);
 bool keysSortAsValues(const jet::ColumnDef& c);
 
