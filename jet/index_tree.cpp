@@ -8,7 +8,10 @@
 // move to two new pages below it.
 //
 // In memory a node lists every child with its greatest entry, the tail
-// included; encoding decides which child becomes the tail.
+// included; encoding decides which child becomes the tail. The last child's
+// greatest entry is stored nowhere (or, for a lone child, may be out of
+// date), so it is worked out only when asked for: finding it means reading
+// down to the subtree's last leaf, which an insert elsewhere never needs.
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -24,7 +27,8 @@ namespace {
 struct Entry {
   std::vector<uint8_t> key;
   RowId row;
-  uint32_t child = 0;  // nodes only
+  uint32_t child = 0;     // nodes only
+  bool pending = false;  // a node's last child, whose greatest entry is not worked out yet
 };
 
 bool less(const std::vector<uint8_t>& ak, RowId ar, const std::vector<uint8_t>& bk, RowId br) {
@@ -194,6 +198,7 @@ class Editor {
     for (uint32_t n : touched_) {
       auto it = nodes_.find(n);
       if (it == nodes_.end() || !it->second.changed) continue;
+      encodedSize(it->second);  // works out a lone child's entry
       encode(it->second);
       it->second.changed = false;
     }
@@ -213,12 +218,10 @@ class Editor {
     node.next = ip.next;
     node.entries.reserve(ip.entries.size() + 1);
     for (auto& x : ip.entries) node.entries.push_back({std::move(x.key), x.row, x.child});
-    if (!ip.leaf && ip.tail != 0 && (ip.entries.empty() || ip.entries.back().child != ip.tail)) {
-      Entry tail = greatest(ip.tail);
-      tail.child = ip.tail;
-      node.entries.push_back(std::move(tail));
-    }
+    if (!ip.leaf && ip.tail != 0 && (ip.entries.empty() || ip.entries.back().child != ip.tail))
+      node.entries.push_back({{}, {}, ip.tail});
     if (!node.leaf && node.entries.empty()) throwCorrupt(n, "index node page without children");
+    if (!node.leaf) node.entries.back().pending = true;
     return nodes_.emplace(n, std::move(node)).first->second;
   }
 
@@ -241,19 +244,22 @@ class Editor {
     return false;
   }
 
-  // The greatest entry under a page (for an empty leaf, an empty key).
-  Entry greatest(uint32_t n) {
-    for (int depth = 0; depth < 32; ++depth) {
-      Node& node = load(n);
-      if (node.leaf) {
-        if (node.entries.empty()) return {};
-        Entry e = node.entries.back();
-        e.child = 0;
-        return e;
-      }
-      n = node.entries.back().child;
+  // The greatest entry under a page (for an empty leaf, an empty key). A
+  // node's last entry keeps what is found.
+  Entry greatest(uint32_t n, int depth = 0) {
+    if (depth > 32) throwCorrupt(n, "index tree deeper than 32 levels");
+    Node& node = load(n);
+    if (node.leaf && node.entries.empty()) return {};
+    Entry& last = node.entries.back();
+    if (last.pending) {
+      Entry below = greatest(last.child, depth + 1);
+      last.key = std::move(below.key);
+      last.row = below.row;
+      last.pending = false;
     }
-    throwCorrupt(n, "index tree deeper than 32 levels");
+    Entry e = last;
+    e.child = 0;
+    return e;
   }
 
   // The first child whose greatest entry is not below `e`; the last child
@@ -265,7 +271,8 @@ class Editor {
     return static_cast<size_t>(it - node.entries.begin());
   }
 
-  size_t encodedSize(const Node& node) const {
+  size_t encodedSize(Node& node) {
+    if (!node.leaf && node.entries.size() == 1) greatest(node.number);  // a lone child is stored
     const size_t ptr = node.leaf ? 4 : 8;
     size_t stored =
         node.leaf || node.entries.size() <= 1 ? node.entries.size() : node.entries.size() - 1;
@@ -298,6 +305,7 @@ class Editor {
       path.pop_back();
       Node& parent = load(parentNo);
       Node& self = load(n);
+      bool carry = emptied;  // the parent's greatest entry may have changed
       if (emptied) {
         unlink(self);
         parent.entries.erase(parent.entries.begin() + static_cast<long>(idx));
@@ -308,12 +316,23 @@ class Editor {
           parent.leaf = true;
         }
       } else {
-        Entry top = greatest(n);
         Entry& slot = parent.entries[idx];
-        if (slot.key != top.key || slot.row != top.row) {
-          slot.key = std::move(top.key);
-          slot.row = top.row;
-          parent.changed = true;
+        // The last child's entry is not on the parent's page (unless alone).
+        const bool onPage = idx + 1 < parent.entries.size() || !added.empty() ||
+                            parent.entries.size() == 1;
+        if (!onPage && !self.leaf && self.entries.back().pending) {
+          // Not worked out below either: it can wait until asked for.
+          slot.pending = true;
+          carry = true;
+        } else {
+          Entry top = greatest(n);
+          if (slot.pending || slot.key != top.key || slot.row != top.row) {
+            slot.key = std::move(top.key);
+            slot.row = top.row;
+            slot.pending = false;
+            if (onPage) parent.changed = true;
+            carry = true;
+          }
         }
         for (size_t k = 0; k < added.size(); ++k) {
           parent.entries.insert(parent.entries.begin() + static_cast<long>(idx + 1 + k),
@@ -324,7 +343,7 @@ class Editor {
         appended_ =
             appended_ && idx + 1 + added.size() == parent.entries.size() && parent.next == 0;
       }
-      if (!parent.changed) return;
+      if (!carry && !parent.changed) return;
       n = parentNo;
     }
   }
@@ -362,8 +381,8 @@ class Editor {
     node.next = rn;
     node.changed = right.changed = true;
     touched_.insert(rn);
-    Node& r = nodes_.emplace(rn, std::move(right)).first->second;
-    Entry e = r.entries.back();
+    nodes_.emplace(rn, std::move(right));
+    Entry e = greatest(rn);
     e.child = rn;
     return e;
   }
