@@ -288,10 +288,19 @@ class Checker {
         last = {std::move(e.key), e.row};
       }
     };
-    std::function<void(uint32_t, int)> visit = [&](uint32_t n, int depth) {
+    // A node's entry for a child is at least the child's greatest entry and
+    // above everything under the children before it: a seek follows the
+    // first entry not below what it looks for. Each visit returns the least
+    // and the greatest entry under the page.
+    using Span = std::optional<std::pair<IndexEntry, IndexEntry>>;
+    auto below = [](const IndexEntry& a, const IndexEntry& b) {
+      return a.key < b.key || (a.key == b.key && a.row < b.row);
+    };
+    bool misrouted = false;
+    std::function<Span(uint32_t, int)> visit = [&](uint32_t n, int depth) -> Span {
       if (depth > 32 || !tree.insert(n).second) {
         fault(name + ": page " + std::to_string(n) + " reached twice or too deep");
-        return;
+        return std::nullopt;
       }
       IndexPage ip = db_.readIndexPage(n);
       if (u32le(&db_.page(n)[fmt_.indexParentOffset]) != t.tdefPage)
@@ -304,12 +313,39 @@ class Checker {
         fault(name + ": page " + std::to_string(n) + " free space " + std::to_string(ip.freeSpace) +
               ", entries leave " + std::to_string(area - bytes));
       if (ip.leaf) {
+        Span span;
+        if (!ip.entries.empty())
+          span.emplace(IndexEntry{ip.entries.front().key, ip.entries.front().row},
+                       IndexEntry{ip.entries.back().key, ip.entries.back().row});
         takeLeaf(ip);
-        return;
+        return span;
       }
-      for (const auto& e : ip.entries) visit(e.child, depth + 1);
+      Span whole;
+      const IndexEntry* bound = nullptr;  // the entry of the child before
+      auto take = [&](uint32_t child, const IndexEntry* entry) {
+        Span under = visit(child, depth + 1);
+        if (!under) return;
+        if (!misrouted && ((entry && below(*entry, under->second)) ||
+                           (bound && !below(*bound, under->first)))) {
+          fault(name + ": node page " + std::to_string(n) + " does not bound the entries of page " +
+                std::to_string(child));
+          misrouted = true;
+        }
+        if (!whole) whole.emplace(under->first, under->second);
+        whole->second = under->second;
+      };
+      std::vector<IndexEntry> keys;
+      keys.reserve(ip.entries.size());
+      for (const auto& e : ip.entries) keys.push_back({e.key, e.row});
+      for (size_t i = 0; i < ip.entries.size(); ++i) {
+        // A node's last entry is the tail when the tail names its child.
+        const bool isTail = i + 1 == ip.entries.size() && ip.entries[i].child == ip.tail;
+        take(ip.entries[i].child, isTail ? nullptr : &keys[i]);
+        bound = &keys[i];
+      }
       if (ip.tail && (ip.entries.empty() || ip.entries.back().child != ip.tail))
-        visit(ip.tail, depth + 1);
+        take(ip.tail, nullptr);
+      return whole;
     };
     if (ri.rootPage) visit(ri.rootPage, 0);
     if (anyLeaf && lastLeafNext != 0)

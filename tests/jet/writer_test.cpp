@@ -1219,7 +1219,7 @@ TEST(WriterCheck, FindsAPageInUseMarkedFreeInEitherKindOfGlobalMap) {
   }
 }
 
-TEST(WriterCheck, FindsARowItsIndexesDoNotMatch) {
+TEST(WriterCheck, FindsARowOrANodeItsIndexesDoNotMatch) {
   // A row changed or dropped behind its indexes' back: check reads rows and
   // index entries without holding either, and must still notice.
   auto db = openCopy("testV2000.mdb");
@@ -1248,6 +1248,17 @@ TEST(WriterCheck, FindsARowItsIndexesDoNotMatch) {
           u16le(pg + f.dataRowTableOffset + 2 * id.row) | kRowDeleted);
   all = joinLines(checkDatabase(*jettest::openBytes(flushed(*db), "testV2000.mdb")));
   EXPECT_NE(all.find("holds 302 entries, the rows make 301"), std::string::npos) << all;
+
+  // A node's entry below what its child holds sends seeks past the child.
+  auto branched = std::find_if(t.realIndexes.begin(), t.realIndexes.end(), [&](const RealIndex& r) {
+    return db->page(r.rootPage)[0] == page::kIndexNode;
+  });
+  ASSERT_NE(branched, t.realIndexes.end());
+  db->mutablePage(branched->rootPage)[f.indexEntryMaskOffset + f.indexEntryMaskSize] = 0;
+  all = joinLines(checkDatabase(*jettest::openBytes(flushed(*db), "testV2000.mdb")));
+  EXPECT_NE(all.find("node page " + std::to_string(branched->rootPage) + " does not bound"),
+            std::string::npos)
+      << all;
 }
 
 // ---- Page maps and AutoNumber ----
