@@ -6,7 +6,9 @@
 #   bench/engine_vs_peers.sh
 #
 # Settings, from the environment: BUILD (default build), RUNS (hyperfine's least number of runs,
-# default 10), SEQUENCE (inserts in the sequence figure, default 1000).
+# default 10), SEQUENCE (inserts in the sequence figure, default 1000), JACKCESS_CLASSPATH (a
+# build of Jackcess with its commons-lang3 and commons-logging jars, colon-separated: adds the
+# Java library as a second peer through bench/JackcessPeer.java; Debian packages none).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 BUILD=${BUILD:-build}
@@ -55,6 +57,17 @@ peak_kib() { /usr/bin/time -f %M -o "$work/rss" "$@" >/dev/null 2>&1; tail -n 1 
 rows=()
 add() { rows+=("| $1 | $2 | $3 | $4 | $5 |"); }
 
+# The Java peer, compiled once; `jk` prints "" when there is none.
+jk() { :; }
+if [[ -n ${JACKCESS_CLASSPATH:-} ]]; then
+  say "compiling the Jackcess peer"
+  mkdir -p "$work/peer"
+  javac -nowarn -d "$work/peer" -cp "$JACKCESS_CLASSPATH" bench/JackcessPeer.java >&2
+  peer_cp=$JACKCESS_CLASSPATH:$work/peer
+  # "; Jackcess MEAN ± SD ms" of a peer command, timed as csdtool's are.
+  jk() { local m s; read -r m s < <(timed "java -cp $peer_cp JackcessPeer $*"); echo "; Jackcess $(ms "$m" "$s")"; }
+fi
+
 say "baselines"
 read -r true_m true_s < <(timed "/bin/true")
 read -r ver_m ver_s < <(timed "$csdtool --version")
@@ -66,8 +79,11 @@ read -r ins4_m ins4_s < <(timed "$csdtool insert $small $insert")
 read -r ins59_m ins59_s < <(timed "$csdtool insert $big $insert")
 bytes4=$(written "$csdtool" insert "$small" $insert)
 bytes59=$(written "$csdtool" insert "$big" $insert)
-add "one insert, whole process, $(mib "$small")" "$(ms "$ins4_m" "$ins4_s"), writes $((bytes4 / 1024)) KiB" "—" "—" "< 100 KiB written"
-add "one insert, whole process, $(mib "$big")" "$(ms "$ins59_m" "$ins59_s"), writes $((bytes59 / 1024)) KiB" "—" \
+alone() { local p; p=$(jk "$@"); if [[ -n $p ]]; then echo "${p:2}"; else echo "—"; fi; }
+add "one insert, whole process, $(mib "$small")" "$(ms "$ins4_m" "$ins4_s"), writes $((bytes4 / 1024)) KiB" \
+  "$(alone insert "$small" 1)" "—" "< 100 KiB written"
+add "one insert, whole process, $(mib "$big")" "$(ms "$ins59_m" "$ins59_s"), writes $((bytes59 / 1024)) KiB" \
+  "$(alone insert "$big" 1)" \
   "$(ratio "$ins59_m" "$ins4_m") × the $(mib "$small") figure" "within 1.2 ×, < 100 KiB written"
 
 say "$SEQUENCE inserts in sequence"
@@ -86,13 +102,22 @@ start=$(date +%s.%N)
 "$csdtool" batch "$big" --each <"$work/batch" >/dev/null
 end=$(date +%s.%N)
 each_s=$(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.2f", b - a }')
-add "$SEQUENCE inserts in sequence, each its own commit, \`batch --each\`, $(mib "$big")" "$each_s s" "—" "—" "< 3 s"
+peer="—"
+if [[ -n ${JACKCESS_CLASSPATH:-} ]]; then
+  cp "$big" "$work/peer.csd"
+  start=$(date +%s.%N)
+  alone=$(java -cp "$peer_cp" JackcessPeer insert "$work/peer.csd" "$SEQUENCE" | sed -n 's/.* in \([0-9.]*\) ms$/\1/p')
+  end=$(date +%s.%N)
+  peer="Jackcess, one JVM, each row forced to disk: $(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.2f", b - a }') s (the inserts alone $(awk -v m="$alone" 'BEGIN { printf "%.2f", m / 1000 }') s)"
+  "$csdtool" check "$work/peer.csd" >&2 || say "csdtool check finds faults in what Jackcess wrote"
+fi
+add "$SEQUENCE inserts in sequence, each its own commit, \`batch --each\`, $(mib "$big")" "$each_s s" "$peer" "—" "< 3 s"
 
 say "find"
 read -r find_m find_s < <(timed "$csdtool find $big Maps mapId=400000")
 "$csdtool" find "$big" Maps "mapId=400000" | grep -q '^400000,' || { say "find found the wrong row"; exit 1; }
 add "\`find Maps \"mapId = 400000\"\`, $(mib "$big")" "$(ms "$find_m" "$find_s")" \
-  "/bin/true $(ms "$true_m" "$true_s"); csdtool --version $(ms "$ver_m" "$ver_s"); mdb-ver $(ms "$mdbver_m" "$mdbver_s")" \
+  "/bin/true $(ms "$true_m" "$true_s"); csdtool --version $(ms "$ver_m" "$ver_s"); mdb-ver $(ms "$mdbver_m" "$mdbver_s")$(jk find "$big" 400000)" \
   "$(awk -v a="$find_m" -v b="$ver_m" 'BEGIN { printf "%.1f ms", a - b }') past csdtool's start" "< 5 ms"
 
 say "indexed filter"
@@ -103,7 +128,7 @@ cmp -s "$work/c.txt" "$work/m.txt" || { say "FeatureMaps rows differ from mdb-sq
 read -r fm_m fm_s < <(timed "$csdtool query $big \"select * from FeatureMaps where FeaId = 77\"")
 read -r sql_m sql_s < <(timed "mdb-sql -H -F -P -i $work/fm.sql $big")
 add "\`FeatureMaps where FeaId = 77\` ($(wc -l <"$work/c.txt") rows), $(mib "$big")" "$(ms "$fm_m" "$fm_s")" \
-  "mdb-sql $(ms "$sql_m" "$sql_s")" "$(ratio "$fm_m" "$sql_m") × mdb-sql" "≤ 0.3 × mdb-sql"
+  "mdb-sql $(ms "$sql_m" "$sql_s")$(jk links "$big" 77)" "$(ratio "$fm_m" "$sql_m") × mdb-sql" "≤ 0.3 × mdb-sql"
 
 say "whole table"
 "$csdtool" query "$big" "select * from Maps" | tail -n +2 | sort >"$work/c.txt"
@@ -113,7 +138,7 @@ read -r q_m q_s < <(timed "$csdtool query $big \"select * from Maps\"")
 read -r e_m e_s < <(timed "$csdtool export $big Maps")
 read -r me_m me_s < <(timed "mdb-export $big Maps")
 add "\`select * from Maps\` ($(wc -l <"$work/c.txt") rows), $(mib "$big")" "$(ms "$q_m" "$q_s")" \
-  "mdb-export $(ms "$me_m" "$me_s"); csdtool export $(ms "$e_m" "$e_s")" "$(ratio "$q_m" "$me_m") × mdb-export" "≤ 0.5 × mdb-export"
+  "mdb-export $(ms "$me_m" "$me_s"); csdtool export $(ms "$e_m" "$e_s")$(jk all "$big")" "$(ratio "$q_m" "$me_m") × mdb-export" "≤ 0.5 × mdb-export"
 
 say "memory"
 mem_e=$(peak_kib "$csdtool" export "$big" Maps)
