@@ -293,7 +293,7 @@ class Checker {
     // first entry not below what it looks for. Each visit returns the least
     // and the greatest entry under the page.
     using Span = std::optional<std::pair<IndexEntry, IndexEntry>>;
-    auto below = [](const IndexEntry& a, const IndexEntry& b) {
+    auto below = [](const auto& a, const auto& b) {
       return a.key < b.key || (a.key == b.key && a.row < b.row);
     };
     bool misrouted = false;
@@ -321,8 +321,8 @@ class Checker {
         return span;
       }
       Span whole;
-      const IndexEntry* bound = nullptr;  // the entry of the child before
-      auto take = [&](uint32_t child, const IndexEntry* entry) {
+      const IndexPage::Entry* bound = nullptr;  // the entry of the child before
+      auto take = [&](uint32_t child, const IndexPage::Entry* entry) {
         Span under = visit(child, depth + 1);
         if (!under) return;
         if (!misrouted && ((entry && below(*entry, under->second)) ||
@@ -334,14 +334,11 @@ class Checker {
         if (!whole) whole.emplace(under->first, under->second);
         whole->second = under->second;
       };
-      std::vector<IndexEntry> keys;
-      keys.reserve(ip.entries.size());
-      for (const auto& e : ip.entries) keys.push_back({e.key, e.row});
       for (size_t i = 0; i < ip.entries.size(); ++i) {
         // A node's last entry is the tail when the tail names its child.
         const bool isTail = i + 1 == ip.entries.size() && ip.entries[i].child == ip.tail;
-        take(ip.entries[i].child, isTail ? nullptr : &keys[i]);
-        bound = &keys[i];
+        take(ip.entries[i].child, isTail ? nullptr : &ip.entries[i]);
+        bound = &ip.entries[i];
       }
       if (ip.tail && (ip.entries.empty() || ip.entries.back().child != ip.tail))
         take(ip.tail, nullptr);

@@ -198,7 +198,7 @@ class Editor {
     for (uint32_t n : touched_) {
       auto it = nodes_.find(n);
       if (it == nodes_.end() || !it->second.changed) continue;
-      encodedSize(it->second);  // works out a lone child's entry
+      settleLoneChild(it->second);
       encode(it->second);
       it->second.changed = false;
     }
@@ -271,8 +271,14 @@ class Editor {
     return static_cast<size_t>(it - node.entries.begin());
   }
 
+  // A node's only child is stored as an ordinary entry, its greatest entry
+  // and all.
+  void settleLoneChild(Node& node) {
+    if (!node.leaf && node.entries.size() == 1) greatest(node.number);
+  }
+
   size_t encodedSize(Node& node) {
-    if (!node.leaf && node.entries.size() == 1) greatest(node.number);  // a lone child is stored
+    settleLoneChild(node);
     const size_t ptr = node.leaf ? 4 : 8;
     size_t stored =
         node.leaf || node.entries.size() <= 1 ? node.entries.size() : node.entries.size() - 1;

@@ -285,8 +285,6 @@ std::vector<std::string> splitWords(const std::string& line) {
   return words;
 }
 
-// The edits of standard input, one a line, made as one: all of them reach
-// FILE in one commit, or, at the first that fails, none.
 // What a failed `batch --each` kept.
 std::string savedNote(bool each, size_t saved) {
   if (!each) return "";
@@ -573,7 +571,7 @@ int run(const std::vector<std::string>& args) {
   if (cmd == "batch") {
     const bool each = args.size() == 3 && args[2] == "--each";
     if (args.size() != 2 && !each)
-      return usageError("batch takes one FILE, and its edits on standard input");
+      return usageError("batch takes FILE [--each], and its edits on standard input");
     runBatch(args[1], each);
     return 0;
   }
