@@ -23,7 +23,8 @@ enum class CharClass : uint8_t {
                 // accent; accent weights count their distance in these (a
                 // ligature with a code of two such letters counts twice)
   kUnknown,     // Jet gives it rules this engine has not learned yet
-                // (combining marks, kana, surrogates)
+                // (combining marks, kana, surrogates); `code` is still
+                // what it puts in the main part (0: nothing)
 };
 
 // Codes are big-endian byte strings kept in an integer without leading zero
@@ -31,7 +32,7 @@ enum class CharClass : uint8_t {
 // two bytes 08 03.
 struct CharWeights {
   CharClass cls = CharClass::kIgnored;
-  uint32_t code = 0;    // main-part code (kPlain, kAccented, kAccentable),
+  uint32_t code = 0;    // main-part code (kPlain, kAccented, kAccentable, kUnknown),
                         // or the deferred code (kDeferred)
   uint32_t accent = 0;  // accent weight (kAccented)
 };

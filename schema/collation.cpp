@@ -2,7 +2,9 @@
 // the description at its top): the main codes, 01, the accent weights, and
 // the deferred characters with their positions. Comparing such keys is how
 // Jet itself orders text, so conditions agree with what an index lookup
-// would find.
+// would find. Where Jet's rules for a character are only partly known, the
+// main part is still Jet's: that is what lets a range of text be sought
+// through an index (schema/planner.cpp).
 #include "schema/collation.h"
 
 #include <algorithm>
@@ -26,10 +28,12 @@ char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 }  // namespace
 
 std::vector<uint8_t> textSortKey(std::string_view utf8) {
-  std::vector<uint8_t> key, accents, deferred;
+  std::vector<uint8_t> key, accents, deferred, unlearned;
   size_t mainChars = 0;    // characters that put a code in the main part
   size_t accentChars = 0;  // main-part characters up to the last accent
-  for (char32_t cp : jet::utf8ToCodePoints(utf8)) {
+  const std::u32string chars = jet::utf8ToCodePoints(utf8);
+  for (size_t i = 0; i < chars.size(); ++i) {
+    const char32_t cp = chars[i];
     jet::CharWeights w{jet::CharClass::kUnknown};
     if (cp < 0x10000) w = jet::generalLegacyWeights(static_cast<char16_t>(cp));
     switch (w.cls) {
@@ -56,10 +60,24 @@ std::vector<uint8_t> textSortKey(std::string_view utf8) {
       }
       case jet::CharClass::kAccentable:
       case jet::CharClass::kUnknown:
-        // No Jet code starts with FF: these sort after every known character.
-        key.insert(key.end(), {0xFF, static_cast<uint8_t>(cp >> 16), static_cast<uint8_t>(cp >> 8),
-                               static_cast<uint8_t>(cp)});
-        ++mainChars;
+        // The main part gets what Jet's gets (each half of a surrogate pair
+        // has a code); the rest of Jet's rules for these is not known, so a
+        // last part of their own, by position and code point, tells apart
+        // texts that differ only in them.
+        if (cp >= 0x10000) {
+          const char32_t v = cp - 0x10000;
+          jet::appendCode(
+              key, jet::generalLegacyWeights(static_cast<char16_t>(0xD800 + (v >> 10))).code);
+          jet::appendCode(
+              key, jet::generalLegacyWeights(static_cast<char16_t>(0xDC00 + (v & 0x3FF))).code);
+          mainChars += 2;
+        } else if (w.code != 0) {
+          jet::appendCode(key, w.code);
+          ++mainChars;
+        }
+        for (uint32_t x : {static_cast<uint32_t>(i), static_cast<uint32_t>(cp)})
+          for (int shift = 24; shift >= 0; shift -= 8)
+            unlearned.push_back(static_cast<uint8_t>(x >> shift));
         break;
     }
   }
@@ -68,6 +86,10 @@ std::vector<uint8_t> textSortKey(std::string_view utf8) {
   if (!deferred.empty()) {
     key.insert(key.end(), {0x01, 0x01, 0x01});
     key.insert(key.end(), deferred.begin(), deferred.end());
+  }
+  if (!unlearned.empty()) {
+    key.push_back(0x00);
+    key.insert(key.end(), unlearned.begin(), unlearned.end());
   }
   return key;
 }

@@ -14,8 +14,10 @@ namespace schema {
 
 // The sort key of a UTF-8 text: two texts compare as their keys compare
 // bytewise. Built like the text keys of Jet's indexes, without their cut
-// at 255 characters and without dropping trailing spaces; characters whose
-// weights jet/sort_general.h does not know sort after all others, by code.
+// at 255 characters and without dropping trailing spaces. Characters the
+// index key builder refuses (kana, combining marks, characters outside the
+// BMP) put in the main part what Jet puts there; a last part, after a 00,
+// tells apart texts that differ only in them.
 std::vector<uint8_t> textSortKey(std::string_view utf8);
 
 // <0, 0 or >0 as `a` sorts before, with or after `b`.

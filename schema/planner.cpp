@@ -6,6 +6,8 @@
 #include "jet/error.h"
 #include "jet/index_key.h"
 #include "jet/row_codec.h"
+#include "jet/sort_general.h"
+#include "jet/text.h"
 #include "schema/collation.h"
 
 namespace schema {
@@ -28,12 +30,45 @@ std::optional<jet::Value> zeroOfSign(const jet::Value& v, bool negative) {
   return std::nullopt;
 }
 
+// The key that bounds, at its `low` or high end, the entries of the texts
+// a text bound admits; nullopt where the end stays open. A Jet 4 text key
+// begins with the codes of its text's main part and ends that part with 01;
+// the evaluator's keys begin with the same codes (schema/collation.h). No
+// code is the start of another, each begins with a byte of 07 (the space's)
+// or more, and only the space's is 07 alone. So the text keys at or above
+// `low` begin with at least `low`'s main part less its trailing spaces (the
+// index drops them from the rows' keys), and those at or below `high` begin
+// with at most `high`'s main part, spaces included: the entries from the one
+// to the latter followed by 02 hold them all.
+std::optional<std::vector<uint8_t>> textBoundKey(const jet::Format& fmt, const jet::TableDef& t,
+                                                 const jet::RealIndex& ri,
+                                                 const std::vector<jet::Value>& row, size_t at,
+                                                 bool low) {
+  const uint8_t space = static_cast<uint8_t>(jet::generalLegacyWeights(u' ').code);
+  // Flag byte, main part, 01 ...; the key leaves out trailing spaces and
+  // refuses characters whose codes are not all known.
+  std::vector<uint8_t> key = jet::encodeIndexKey(fmt, t, ri, row);
+  key.erase(std::find(key.begin() + 1, key.end(), 0x01), key.end());
+  if (low) {
+    while (key.size() > 1 && key.back() == space) key.pop_back();
+    return key;
+  }
+  const std::u32string chars = jet::utf8ToCodePoints(std::get<std::string>(row[at]));
+  if (chars.size() > jet::kMaxIndexedTextChars) return std::nullopt;  // the key was cut
+  const auto last =
+      std::find_if(chars.rbegin(), chars.rend(), [](char32_t c) { return c != U' '; });
+  key.insert(key.end(), static_cast<size_t>(last - chars.rbegin()), space);
+  key.push_back(0x02);
+  return key;
+}
+
 // "column < number" and the like, on a number or date column with an
-// ascending index of its own: the entries between the bounds. Keys of
-// numbers and dates sort as the values do (a date is its number of days);
-// a bound the column cannot hold leaves its end open, a bound of zero takes
-// both zeros in, and a Null key (sorted first) only ever widens what is
-// tested.
+// ascending index of its own, or "column < 'text'" on a Text column of a
+// Jet 4 file: the entries between the bounds. Keys of numbers and dates
+// sort as the values do (a date is its number of days); text keys, as far
+// as textBoundKey says. A bound the column cannot hold leaves its end open,
+// a bound of zero takes both zeros in, and a Null key (sorted first) only
+// ever widens what is tested.
 std::optional<std::vector<jet::RowId>> rowsInRange(jet::Database& db, const jet::TableDef& t,
                                                    std::string_view alias,
                                                    const std::vector<const Expr*>& parts) {
@@ -56,11 +91,14 @@ std::optional<std::vector<jet::RowId>> rowsInRange(jet::Database& db, const jet:
     if (field->kind != Expr::Kind::kField || literal->kind != Expr::Kind::kLiteral ||
         !namesTable(*field, t, alias))
       continue;
-    if (!std::holds_alternative<int32_t>(literal->value) &&
-        !std::holds_alternative<double>(literal->value))
-      continue;
     const jet::ColumnDef* col = t.findColumn(field->name);
-    if (!col || !keysSortAsValues(*col)) continue;
+    if (!col) continue;
+    const bool number = std::holds_alternative<int32_t>(literal->value) ||
+                        std::holds_alternative<double>(literal->value);
+    const bool text = std::holds_alternative<std::string>(literal->value);
+    if (!(number && keysSortAsValues(*col)) &&
+        !(text && col->type == jet::coltype::kText && db.format().version == jet::Version::kJet4))
+      continue;
     const size_t at = static_cast<size_t>(col - t.columns.data());
     auto it = std::find_if(columns.begin(), columns.end(), [&](auto& c) { return c.first == at; });
     if (it == columns.end()) it = columns.insert(columns.end(), {at, Bounds{}});
@@ -78,6 +116,8 @@ std::optional<std::vector<jet::RowId>> rowsInRange(jet::Database& db, const jet:
         try {
           std::vector<jet::Value> row(t.columns.size());
           row[at] = jet::coerceValue(db.format(), t.columns[at], *v);
+          if (t.columns[at].type == jet::coltype::kText)
+            return textBoundKey(db.format(), t, ri, row, at, low);
           if (auto zero = zeroOfSign(row[at], low)) row[at] = *zero;
           return jet::encodeIndexKey(db.format(), t, ri, row);
         } catch (const jet::JetError&) {

@@ -9,11 +9,14 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <limits>
 #include <map>
 #include <random>
+#include <set>
 
 #include "jet/error.h"
+#include "jet/sort_general.h"
 #include "jet/text.h"
 #include "tests/jet/test_util.h"
 
@@ -370,6 +373,39 @@ TEST(IndexKeyText, CharactersWithUnlearnedRulesAreRefusedNotGuessed) {
     for (const Format* fmt : kBothFormats)
       EXPECT_EQ(refusal(*fmt, utf8(cp1252ToUnicode(static_cast<uint8_t>(b)))), "") << b;
   EXPECT_EQ(textKey(kJet4Format, "\u041C\u0418\u0420"), textKey(kJet4Format, "\u043C\u0438\u0440"));
+}
+
+// Range seeks on text rely on the shape of the main-part codes: each starts
+// with the space's byte or a greater one, only the spaces' codes are that
+// byte alone, and where one code starts another the rest is made of codes
+// (a ligature), so main parts are read code by code one way only.
+TEST(IndexKeyText, MainPartCodesParseOneWayAboveTheSpace) {
+  const uint32_t space = generalLegacyWeights(u' ').code;
+  std::set<Key> codes;
+  for (uint32_t c = 0; c < 0x10000; ++c) {
+    CharWeights w = generalLegacyWeights(static_cast<char16_t>(c));
+    if (w.cls == CharClass::kIgnored || w.cls == CharClass::kDeferred || w.code == 0) continue;
+    Key code;
+    appendCode(code, w.code);
+    EXPECT_GE(code[0], space) << std::hex << c;
+    EXPECT_EQ(code[0] == space, c == u' ' || c == u'\u3000') << std::hex << c;
+    codes.insert(code);
+  }
+  std::map<Key, bool> made;
+  std::function<bool(const Key&)> madeOfCodes = [&](const Key& k) {
+    if (k.empty()) return true;
+    if (auto it = made.find(k); it != made.end()) return it->second;
+    bool ok = false;
+    for (size_t n = 1; n <= k.size() && !ok; ++n)
+      ok = codes.count(Key(k.begin(), k.begin() + static_cast<long>(n))) &&
+           madeOfCodes(Key(k.begin() + static_cast<long>(n), k.end()));
+    return made[k] = ok;
+  };
+  for (const Key& code : codes)
+    for (size_t n = 1; n < code.size(); ++n)
+      if (codes.count(Key(code.begin(), code.begin() + static_cast<long>(n))))
+        EXPECT_TRUE(madeOfCodes(Key(code.begin() + static_cast<long>(n), code.end())))
+            << "a code is the start of another: " << ::testing::PrintToString(code);
 }
 
 TEST(IndexKey, ColumnsCompareInIndexOrderWithTheirOwnDirection) {

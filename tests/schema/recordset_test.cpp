@@ -13,9 +13,13 @@
 #include <fstream>
 
 #include "jet/create.h"
+#include "jet/error.h"
+#include "jet/index_key.h"
+#include "jet/text.h"
 #include "schema/collation.h"
 #include "schema/evaluator.h"
 #include "schema/list_entries.h"
+#include "schema/planner.h"
 #include "schema/schema_database.h"
 #include "schema/sql.h"
 #include "schema_fixture.h"
@@ -274,6 +278,47 @@ TEST(Evaluator, TextInTheGeneralOrder) {
       ASSERT_EQ(sign(compareText(a, b)), ka < kb ? -1 : ka > kb ? 1 : 0) << a << " / " << b;
       ASSERT_EQ(sameName(a, b), ka == kb) << a << " / " << b;
     }
+}
+
+// Comparisons and Jet 4 index keys put the same codes in the main part (what
+// a text range sought through an index relies on), for every character the
+// key builder takes, and Jet's codes for those it refuses.
+TEST(Evaluator, TextKeysShareTheirMainPartWithIndexKeys) {
+  jet::TableDef t;
+  jet::ColumnDef c;
+  c.type = jet::coltype::kText;
+  c.sortOrder = 1033;
+  t.columns = {c};
+  jet::RealIndex ri;
+  ri.columns.push_back({0, 0, true});
+  auto mainPart = [](const std::vector<uint8_t>& k, size_t from = 0) {
+    return std::vector<uint8_t>(k.begin() + static_cast<long>(from),
+                                std::find(k.begin() + static_cast<long>(from), k.end(), 0x01));
+  };
+  int built = 0;
+  for (char32_t cp = 1; cp < 0x10000; ++cp) {
+    if (cp >= 0xD800 && cp < 0xE000) continue;
+    std::string s = "a";
+    jet::appendUtf8(s, cp);
+    s += "b";
+    std::vector<uint8_t> key;
+    try {
+      key = jet::encodeIndexKey(jet::kJet4Format, t, ri, {s});
+    } catch (const jet::JetError&) {
+      continue;
+    }
+    ASSERT_EQ(mainPart(textSortKey(s)), mainPart(key, 1)) << std::hex << static_cast<uint32_t>(cp);
+    ++built;
+  }
+  EXPECT_GT(built, 60000);
+  EXPECT_EQ(mainPart(textSortKey("\u30AB")), (std::vector<uint8_t>{0x7F, 0x0A}));
+  EXPECT_EQ(mainPart(textSortKey("e\u0301")), mainPart(textSortKey("e")));
+  EXPECT_EQ(mainPart(textSortKey("\U0001F600")), (std::vector<uint8_t>{0xB0, 0x3F, 0xB6, 0xFC}));
+  // What they leave out of the main part still tells texts apart.
+  EXPECT_LT(compareText("\u30AB", "\u30AD"), 0);
+  EXPECT_NE(compareText("\u30AB", "\u30AC"), 0);
+  EXPECT_NE(compareText("e\u0301", "e"), 0);
+  EXPECT_NE(compareText("e\u0301x", "ex\u0301"), 0);
 }
 
 TEST(Evaluator, MismatchedTypesAndUnknownNames) {
@@ -617,27 +662,47 @@ TEST_F(RecordsetTest, AForwardReadHandsOnTheDynasetsRows) {
   EXPECT_FALSE(named);
 }
 
+// Texts whose index keys and whose order in a comparison differ in small
+// ways: trailing spaces (left out of keys), hyphens and apostrophes (weighed
+// last), ligatures, accents, the ideographic space, no-break space and tab.
+const std::vector<std::string> kTrickyTexts = {
+    "",         " ",    "a",      "a ", "a  ",  "a-",       "a -",      "a-b",    "ab",
+    "ab ",      "ab-",  "ab'",    "aB", "Ab c", "ab\u3000", "a\u3000b", "a`",     "a`b",
+    "a\u00A0b", "a\tb", "\u00E6", "ae", "af",   "ad",       "\u00DF",   "ss",     "st",
+    "sr",       "s",    "\u00E9", "e",  "f",    "b",        "ba",       "\u00C5", "z",
+    "~",        "-",    "--a",    "'",  "9",    "10",       "ss ",      "\u00DF "};
+
 // Index shortcuts on tables made here find what a scan finds:
 // - the first column of an index over two columns holds no key of its own;
 // - Date and Double columns are sought for equalities and bounds alike, and
-//   -0, whose key differs from 0's, is found with 0.
+//   -0, whose key differs from 0's, is found with 0;
+// - bounds on a Text column, whatever the texts.
 TEST_F(RecordsetTest, IndexShortcutsFindWhatAScanFinds) {
   const std::string path = (dir_ / "made.mdb").string();
   {
     auto store = std::make_unique<jet::MemoryStore>(std::vector<uint8_t>{});
     const jet::MemoryStore& bytes = *store;
     auto made = jet::createDatabase(std::move(store));
-    const jet::TableDef& maps =
-        jet::createTable(*made, {"Maps",
-                                 {{"Name", jet::coltype::kText, 20}, {"dirId", jet::coltype::kLong}},
-                                 {{"NameDir", {"Name", "dirId"}, {}}}});
+    const jet::TableDef& maps = jet::createTable(
+        *made, {"Maps",
+                {{"Name", jet::coltype::kText, 20}, {"dirId", jet::coltype::kLong}},
+                {{"NameDir", {"Name", "dirId"}, {}}}});
     for (int d = 1; d <= 3; ++d) made->insertRow(maps, {std::string("b.dgn"), int32_t{d}});
-    const jet::TableDef& stamps =
-        jet::createTable(*made, {"Stamps",
-                                 {{"At", jet::coltype::kDateTime}, {"Level", jet::coltype::kDouble}},
-                                 {{"At", {"At"}, {}}, {"Level", {"Level"}, {}}}});
+    const jet::TableDef& stamps = jet::createTable(
+        *made, {"Stamps",
+                {{"At", jet::coltype::kDateTime}, {"Level", jet::coltype::kDouble}},
+                {{"At", {"At"}, {}}, {"Level", {"Level"}, {}}}});
     for (double v : {-2.5, -0.0, 0.0, -0.0, 1e-300, 3.0, 45000.25, 45000.75, 46000.0})
       made->insertRow(stamps, {jet::DateTime{v}, v});
+    const jet::TableDef& labels = jet::createTable(
+        *made, {"Labels", {{"Label", jet::coltype::kText, 30}}, {{"Label", {"Label"}, {}}}});
+    made->insertRow(labels, {jet::Value()});
+    for (const std::string& l : kTrickyTexts) made->insertRow(labels, {l});
+    // A text bound narrows the rows an index gives.
+    const size_t some = schema::indexedRows(*made, labels, "", *parseCriteria("Label > 'f'"))
+                            .value_or(std::vector<jet::RowId>(100))
+                            .size();
+    EXPECT_LT(some, kTrickyTexts.size() / 2);
     made->flush();
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes.bytes().data()),
@@ -657,6 +722,17 @@ TEST_F(RecordsetTest, IndexShortcutsFindWhatAScanFinds) {
                              "Level > 0", "At >= 44000 and At < 45000.75", "At > 45000.5",
                              "0 >= At", "Level >= -3 and Level < 1"})[0],
             3u);
+
+  std::vector<std::string> bounds;
+  for (const std::string& b : kTrickyTexts) {
+    std::string quoted;
+    for (char c : b) quoted += c == '\'' ? "''" : std::string(1, c);
+    for (const char* op : {" < '", " <= '", " > '", " >= '"})
+      bounds.push_back("Label" + std::string(op) + quoted + "'");
+  }
+  bounds.push_back("Label > 'a' and Label <= 'b'");
+  bounds.push_back("'s' > Label and Label >= 'ab'");
+  seekedAsScanned(db, "Labels", "Label", bounds);
 }
 
 TEST_F(RecordsetTest, CorpusFilesReadAsTheEngineReadsThem) {
