@@ -145,37 +145,6 @@ void appendLegacyText(std::u16string_view s, std::vector<uint8_t>& out) {
   }
 }
 
-// Jet 3 text in the General order of Access 97.
-void appendGeneral97Text(std::u32string_view s, std::vector<uint8_t>& out) {
-  std::vector<uint8_t> nibbles;
-  size_t accentable = 0;  // accentable letters since the last accent
-  for (char32_t c : s) {
-    std::optional<CharWeights> w = general97Weights(c);
-    if (!w)
-      throw JetError(JetError::Kind::kUnsupported,
-                     "index key: character " + hexChar(c) +
-                         " cannot be indexed yet in a Jet 3 file (it is not in Windows-1252)");
-    if (w->cls == CharClass::kIgnored) continue;
-    size_t before = out.size();
-    appendCode(out, w->code);
-    // A ligature such as ß counts as each of the letters it stands for.
-    if (w->cls == CharClass::kAccentable) accentable += out.size() - before;
-    if (w->cls != CharClass::kAccented) continue;
-    if (nibbles.empty()) nibbles.push_back(0);
-    nibbles.insert(nibbles.end(), accentable, 0x2);
-    nibbles.push_back(static_cast<uint8_t>(w->accent & 0x0F));
-    accentable = 0;
-  }
-  if (nibbles.empty()) {
-    out.push_back(0x00);
-    return;
-  }
-  nibbles.push_back(0);
-  for (size_t i = 0; i < nibbles.size(); i += 2)
-    out.push_back(
-        static_cast<uint8_t>(nibbles[i] << 4 | (i + 1 < nibbles.size() ? nibbles[i + 1] : 0)));
-}
-
 // The characters of a text value a key covers: at most 255, trailing spaces
 // dropped. Jet 4 counts UTF-16 units.
 std::u16string indexedUtf16(const std::string& utf8) {
@@ -374,6 +343,37 @@ std::string columnProblem(const Format& fmt, const TableDef& t, const ColumnDef&
 }
 
 }  // namespace
+
+// Jet 3 text in the General order of Access 97.
+void appendGeneral97Text(std::u32string_view s, std::vector<uint8_t>& out) {
+  std::vector<uint8_t> nibbles;
+  size_t accentable = 0;  // accentable letters since the last accent
+  for (char32_t c : s) {
+    std::optional<CharWeights> w = general97Weights(c);
+    if (!w)
+      throw JetError(JetError::Kind::kUnsupported,
+                     "index key: character " + hexChar(c) +
+                         " cannot be indexed yet in a Jet 3 file (it is not in Windows-1252)");
+    if (w->cls == CharClass::kIgnored) continue;
+    size_t before = out.size();
+    appendCode(out, w->code);
+    // A ligature such as ß counts as each of the letters it stands for.
+    if (w->cls == CharClass::kAccentable) accentable += out.size() - before;
+    if (w->cls != CharClass::kAccented) continue;
+    if (nibbles.empty()) nibbles.push_back(0);
+    nibbles.insert(nibbles.end(), accentable, 0x2);
+    nibbles.push_back(static_cast<uint8_t>(w->accent & 0x0F));
+    accentable = 0;
+  }
+  if (nibbles.empty()) {
+    out.push_back(0x00);
+    return;
+  }
+  nibbles.push_back(0);
+  for (size_t i = 0; i < nibbles.size(); i += 2)
+    out.push_back(
+        static_cast<uint8_t>(nibbles[i] << 4 | (i + 1 < nibbles.size() ? nibbles[i + 1] : 0)));
+}
 
 bool canEncodeIndex(const Format& fmt, const TableDef& t, const RealIndex& ri, std::string* why) {
   std::string problem;

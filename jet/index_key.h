@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "jet/format.h"
@@ -31,6 +32,12 @@ std::vector<uint8_t> encodeIndexKey(const Format& fmt, const TableDef& t, const 
 // column type whose keys it cannot build ... The writer refuses to touch
 // such tables.
 bool canEncodeIndex(const Format& fmt, const TableDef& t, const RealIndex& ri, std::string* why);
+
+// The text part of a Jet 3 key (General order of Access 97) for all of
+// `chars`, none cut and no trailing space dropped; throws JetError
+// kUnsupported for a character Windows-1252 cannot hold. Comparisons in a
+// Jet 3 file order text by it.
+void appendGeneral97Text(std::u32string_view chars, std::vector<uint8_t>& out);
 
 // Text index keys cover only this many characters (UTF-16 units in Jet 4) of
 // a Text or Memo value; the rest is not indexed.

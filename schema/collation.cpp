@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 
+#include "jet/index_key.h"
 #include "jet/sort_general.h"
 #include "jet/text.h"
 
@@ -27,7 +28,35 @@ char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 
 }  // namespace
 
-std::vector<uint8_t> textSortKey(std::string_view utf8) {
+namespace {
+
+// A character's position and code point, for the last part of a key.
+void appendUnlearned(std::vector<uint8_t>& out, size_t at, char32_t cp) {
+  for (uint32_t x : {static_cast<uint32_t>(at), static_cast<uint32_t>(cp)})
+    for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<uint8_t>(x >> shift));
+}
+
+std::vector<uint8_t> general97Key(std::string_view utf8) {
+  std::u32string chars = jet::utf8ToCodePoints(utf8), known;
+  std::vector<uint8_t> key, unlearned;
+  for (size_t i = 0; i < chars.size(); ++i) {
+    if (jet::general97Weights(chars[i]))
+      known.push_back(chars[i]);
+    else
+      appendUnlearned(unlearned, i, chars[i]);
+  }
+  jet::appendGeneral97Text(known, key);
+  if (!unlearned.empty()) {
+    key.push_back(0x00);
+    key.insert(key.end(), unlearned.begin(), unlearned.end());
+  }
+  return key;
+}
+
+}  // namespace
+
+std::vector<uint8_t> textSortKey(std::string_view utf8, TextOrder order) {
+  if (order == TextOrder::kGeneral97) return general97Key(utf8);
   std::vector<uint8_t> key, accents, deferred, unlearned;
   size_t mainChars = 0;    // characters that put a code in the main part
   size_t accentChars = 0;  // main-part characters up to the last accent
@@ -75,9 +104,7 @@ std::vector<uint8_t> textSortKey(std::string_view utf8) {
           jet::appendCode(key, w.code);
           ++mainChars;
         }
-        for (uint32_t x : {static_cast<uint32_t>(i), static_cast<uint32_t>(cp)})
-          for (int shift = 24; shift >= 0; shift -= 8)
-            unlearned.push_back(static_cast<uint8_t>(x >> shift));
+        appendUnlearned(unlearned, i, cp);
         break;
     }
   }
@@ -153,8 +180,8 @@ class KeyBytes {
 
 }  // namespace
 
-int compareText(std::string_view a, std::string_view b) {
-  if (plainCoded(a) && plainCoded(b)) {
+int compareText(std::string_view a, std::string_view b, TextOrder order) {
+  if (order == TextOrder::kGeneral && plainCoded(a) && plainCoded(b)) {
     // The main parts decide; where one ends first, its key goes on with a
     // byte below every code byte.
     KeyBytes x(a), y(b);
@@ -164,7 +191,7 @@ int compareText(std::string_view a, std::string_view b) {
       if (p < 0) return 0;
     }
   }
-  std::vector<uint8_t> ka = textSortKey(a), kb = textSortKey(b);
+  std::vector<uint8_t> ka = textSortKey(a, order), kb = textSortKey(b, order);
   return ka < kb ? -1 : ka > kb ? 1 : 0;
 }
 

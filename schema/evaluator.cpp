@@ -159,14 +159,14 @@ std::optional<FieldKind> kindOf(const Expr& e, const FieldCatalog& catalog, Expr
 
 }  // namespace
 
-int compareValues(const jet::Value& a, const jet::Value& b, ExprContext ctx) {
+int compareValues(const jet::Value& a, const jet::Value& b, ExprContext ctx, TextOrder text) {
   std::optional<Number> na = asNumber(a), nb = asNumber(b);
   if (na && nb) {
     if (na->exact && nb->exact) return order(na->scaled, nb->scaled);
     return order(na->value(), nb->value());
   }
   if (auto* sa = std::get_if<std::string>(&a))
-    if (auto* sb = std::get_if<std::string>(&b)) return compareText(*sa, *sb);
+    if (auto* sb = std::get_if<std::string>(&b)) return compareText(*sa, *sb, text);
   if (auto* ba = std::get_if<jet::Blob>(&a))
     if (auto* bb = std::get_if<jet::Blob>(&b)) return order(*ba, *bb);
   if (auto* ga = std::get_if<jet::Guid>(&a))
@@ -206,7 +206,7 @@ jet::Value Evaluator::eval(const Expr& e) const {
     case Expr::Kind::kCompare: {
       jet::Value l = eval(*e.left), r = eval(*e.right);
       if (jet::isNull(l) || jet::isNull(r)) return std::monostate{};
-      return holds(compareValues(l, r, ctx_), e.op);
+      return holds(compareValues(l, r, ctx_, order_), e.op);
     }
     case Expr::Kind::kAnd: {
       // False on one side settles it, whatever the other holds.

@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "jet/value.h"
+#include "schema/collation.h"
 #include "schema/sql.h"
 
 namespace schema {
@@ -56,8 +57,9 @@ class Evaluator {
  public:
   // `row` must outlive the evaluator; the evaluator reads it afresh on every
   // call, so one evaluator serves a cursor that moves.
-  explicit Evaluator(const RowSource& row, ExprContext ctx = ExprContext::kQuery)
-      : row_(row), ctx_(ctx) {}
+  explicit Evaluator(const RowSource& row, ExprContext ctx = ExprContext::kQuery,
+                     TextOrder order = TextOrder::kGeneral)
+      : row_(row), ctx_(ctx), order_(order) {}
 
   // Null, True / False (as bool) for conditions, or the value of a literal,
   // field or negation. Throws EngineError 3061 / 3070 for an unknown name,
@@ -72,13 +74,16 @@ class Evaluator {
 
   const RowSource& row_;
   ExprContext ctx_;
+  TextOrder order_;
 };
 
 // Orders two values that are not Null: <0, 0, >0. Numbers of any kind
 // (Byte, Integer, Long as int32_t; Boolean as -1 / 0; Currency; Single;
-// Double; Date/Time; Decimal) by value, text by compareText, binary and GUID
-// values by their bytes. Throws EngineError 3464 for any other pairing.
-int compareValues(const jet::Value& a, const jet::Value& b, ExprContext ctx = ExprContext::kQuery);
+// Double; Date/Time; Decimal) by value, text by compareText in `order`,
+// binary and GUID values by their bytes. Throws EngineError 3464 for any
+// other pairing.
+int compareValues(const jet::Value& a, const jet::Value& b, ExprContext ctx = ExprContext::kQuery,
+                  TextOrder order = TextOrder::kGeneral);
 
 // The value by which compareValues orders a number of any kind; nullopt for
 // Null, text and binary values.

@@ -31,25 +31,33 @@ std::optional<jet::Value> zeroOfSign(const jet::Value& v, bool negative) {
 }
 
 // The key that bounds, at its `low` or high end, the entries of the texts
-// a text bound admits; nullopt where the end stays open. A Jet 4 text key
-// begins with the codes of its text's main part and ends that part with 01;
-// the evaluator's keys begin with the same codes (schema/collation.h). No
-// code is the start of another, each begins with a byte of 07 (the space's)
-// or more, and only the space's is 07 alone. So the text keys at or above
+// a text bound admits; nullopt where the end stays open. A text key begins
+// with the codes of its text's main part, which the evaluator's keys share
+// (schema/collation.h), and ends that part with a byte below every code's
+// first byte: 01 in Jet 4, 00-0F in Jet 3. No code is the start of another
+// and none but the spaces' starts with the space's byte or a smaller one,
+// bar a few Jet 3 characters with a one-byte code below it (control
+// characters, the euro sign, Z with caron). So the text keys at or above
 // `low` begin with at least `low`'s main part less its trailing spaces (the
-// index drops them from the rows' keys), and those at or below `high` begin
-// with at most `high`'s main part, spaces included: the entries from the one
-// to the latter followed by 02 hold them all.
+// index drops them from the rows' keys) and, in Jet 3, less all from the
+// first code below the space's on; those at or below `high` begin with at most
+// `high`'s main part, spaces included: the entries from the one to the
+// latter followed by the byte after the end bytes hold them all.
 std::optional<std::vector<uint8_t>> textBoundKey(const jet::Format& fmt, const jet::TableDef& t,
                                                  const jet::RealIndex& ri,
                                                  const std::vector<jet::Value>& row, size_t at,
                                                  bool low) {
-  const uint8_t space = static_cast<uint8_t>(jet::generalLegacyWeights(u' ').code);
-  // Flag byte, main part, 01 ...; the key leaves out trailing spaces and
+  const bool jet3 = fmt.version == jet::Version::kJet3;
+  const uint8_t space = static_cast<uint8_t>(jet3 ? jet::general97Weights(U' ')->code
+                                                  : jet::generalLegacyWeights(u' ').code);
+  const uint8_t lastEnd = jet3 ? 0x0F : 0x01;
+  // Flag byte, main part, end ...; the key leaves out trailing spaces and
   // refuses characters whose codes are not all known.
   std::vector<uint8_t> key = jet::encodeIndexKey(fmt, t, ri, row);
-  key.erase(std::find(key.begin() + 1, key.end(), 0x01), key.end());
+  auto from = [&](auto below) { return std::find_if(key.begin() + 1, key.end(), below); };
+  key.erase(from([&](uint8_t b) { return b <= lastEnd; }), key.end());
   if (low) {
+    if (jet3) key.erase(from([&](uint8_t b) { return b < space; }), key.end());
     while (key.size() > 1 && key.back() == space) key.pop_back();
     return key;
   }
@@ -58,13 +66,13 @@ std::optional<std::vector<uint8_t>> textBoundKey(const jet::Format& fmt, const j
   const auto last =
       std::find_if(chars.rbegin(), chars.rend(), [](char32_t c) { return c != U' '; });
   key.insert(key.end(), static_cast<size_t>(last - chars.rbegin()), space);
-  key.push_back(0x02);
+  key.push_back(static_cast<uint8_t>(lastEnd + 1));
   return key;
 }
 
 // "column < number" and the like, on a number or date column with an
-// ascending index of its own, or "column < 'text'" on a Text column of a
-// Jet 4 file: the entries between the bounds. Keys of numbers and dates
+// ascending index of its own, or "column < 'text'" on a Text column with
+// one: the entries between the bounds. Keys of numbers and dates
 // sort as the values do (a date is its number of days); text keys, as far
 // as textBoundKey says. A bound the column cannot hold leaves its end open,
 // a bound of zero takes both zeros in, and a Null key (sorted first) only
@@ -96,8 +104,7 @@ std::optional<std::vector<jet::RowId>> rowsInRange(jet::Database& db, const jet:
     const bool number = std::holds_alternative<int32_t>(literal->value) ||
                         std::holds_alternative<double>(literal->value);
     const bool text = std::holds_alternative<std::string>(literal->value);
-    if (!(number && keysSortAsValues(*col)) &&
-        !(text && col->type == jet::coltype::kText && db.format().version == jet::Version::kJet4))
+    if (!(number && keysSortAsValues(*col)) && !(text && col->type == jet::coltype::kText))
       continue;
     const size_t at = static_cast<size_t>(col - t.columns.data());
     auto it = std::find_if(columns.begin(), columns.end(), [&](auto& c) { return c.first == at; });

@@ -1,9 +1,9 @@
 // The data layer's planner: how the rows a condition can match are found.
 // Where one of the conditions AND-ed together is "column = value" on a
 // column with an index of its own, or bounds ("<", "<=", ">", ">=") on a
-// number, date or (in a Jet 4 file) Text column with one, the index gives
-// the rows without reading the table; otherwise the table is read whole. Queries, FindFirst and
-// csdtool's find all ask here.
+// number, date or Text column with one, the index gives the rows without
+// reading the table; otherwise the table is read whole. Queries, FindFirst
+// and csdtool's find all ask here.
 #pragma once
 
 #include <optional>

@@ -169,8 +169,8 @@ constexpr uint64_t kMaxJoinSteps = uint64_t{4} << 20;
 class Join {
  public:
   Join(JoinedRow& joined, const std::vector<std::vector<std::vector<jet::Value>>>& rows,
-       const Expr* where)
-      : joined_(joined), rows_(rows), levels_(rows.size()) {
+       const Expr* where, TextOrder order)
+      : joined_(joined), rows_(rows), order_(order), levels_(rows.size()) {
     std::vector<const Expr*> parts;
     if (where) conjuncts(*where, parts);
     for (const Expr* p : parts) {
@@ -185,7 +185,7 @@ class Join {
   void run(const std::function<void()>& emit) {
     for (const auto& table : rows_)
       if (table.empty()) return;
-    Evaluator eval(joined_, ExprContext::kQuery);
+    Evaluator eval(joined_, ExprContext::kQuery, order_);
     std::vector<size_t> at(rows_.size(), 0);
     std::vector<const std::vector<size_t>*> candidates(rows_.size(), nullptr);
     size_t level = 0;
@@ -228,9 +228,9 @@ class Join {
 
   // Equal values under compareValues give equal keys: numbers by their
   // value, text by its sort key. Null, and what is neither, gives none.
-  static std::optional<std::string> keyOf(const jet::Value& v) {
+  std::optional<std::string> keyOf(const jet::Value& v) const {
     if (auto* text = std::get_if<std::string>(&v)) {
-      std::vector<uint8_t> key = textSortKey(*text);
+      std::vector<uint8_t> key = textSortKey(*text, order_);
       return "t" + std::string(key.begin(), key.end());
     }
     std::optional<double> number = numberOf(v);
@@ -271,6 +271,7 @@ class Join {
   static inline const std::vector<size_t> kNone;
   JoinedRow& joined_;
   const std::vector<std::vector<std::vector<jet::Value>>>& rows_;
+  TextOrder order_;
   std::vector<Level> levels_;
 };
 
@@ -306,14 +307,15 @@ class ResultRow : public RowSource, public FieldCatalog {
 };
 
 // Orders rows for DISTINCT: Null first, then by value, column by column.
-int compareRows(const std::vector<jet::Value>& a, const std::vector<jet::Value>& b) {
+int compareRows(const std::vector<jet::Value>& a, const std::vector<jet::Value>& b,
+                TextOrder order) {
   for (size_t i = 0; i < a.size(); ++i) {
     bool an = jet::isNull(a[i]), bn = jet::isNull(b[i]);
     if (an || bn) {
       if (an != bn) return an ? -1 : 1;
       continue;
     }
-    if (int c = compareValues(a[i], b[i])) return c;
+    if (int c = compareValues(a[i], b[i], ExprContext::kQuery, order)) return c;
   }
   return 0;
 }
@@ -417,7 +419,8 @@ bool Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const Se
       throw EngineError(err::kTooFewParameters, sources::kDatabase, {std::to_string(unknown)});
 
     snapshot_ = st.distinct || sources_.size() > 1;
-    Evaluator eval(joined, ctx);
+    const TextOrder order = textOrderOf(c.db->format());
+    Evaluator eval(joined, ctx, order);
     if (!snapshot_) {
       const jet::TableDef& t = *sources_[0].table;
       allColumnsInOrder_ = columns_.size() == t.columns.size();
@@ -486,7 +489,7 @@ bool Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const Se
       std::vector<std::vector<std::vector<jet::Value>>> all(sources_.size());
       for (size_t s = 0; s < sources_.size(); ++s)
         all[s] = c.db->readAll(*sources_[s].table, wanted[s]);
-      Join join(joined, all, st.where.get());
+      Join join(joined, all, st.where.get(), order);
       join.run([&] {
         std::vector<jet::Value> out;
         for (const Column& col : columns_) out.push_back(*joined.value(col.source, col.column));
@@ -496,9 +499,9 @@ bool Recordset::openStatement(std::weak_ptr<detail::DatabaseCore> weak, const Se
       });
       if (st.distinct) {
         std::stable_sort(rows_.begin(), rows_.end(),
-                         [](auto& a, auto& b) { return compareRows(a, b) < 0; });
+                         [&](auto& a, auto& b) { return compareRows(a, b, order) < 0; });
         rows_.erase(std::unique(rows_.begin(), rows_.end(),
-                                [](auto& a, auto& b) { return compareRows(a, b) == 0; }),
+                                [&](auto& a, auto& b) { return compareRows(a, b, order) == 0; }),
                     rows_.end());
       }
       if (rows_.size() >= UINT32_MAX)
@@ -754,10 +757,11 @@ void Recordset::find(std::string_view criteria, bool forward, bool fromEnd) {
     for (const Column& col : columns_)
       kinds.push_back(kindOf(sources_[col.source].table->columns[col.column]));
     long i = 0;
-    ResultRow row(names, kinds,
-                  [&](size_t col) -> const jet::Value& { return memberValue(static_cast<size_t>(i), col); });
+    ResultRow row(names, kinds, [&](size_t col) -> const jet::Value& {
+      return memberValue(static_cast<size_t>(i), col);
+    });
     checkExpression(*cond, row, ExprContext::kCriteria);
-    Evaluator eval(row, ExprContext::kCriteria);
+    Evaluator eval(row, ExprContext::kCriteria, textOrderOf(core().db->format()));
 
     const long n = static_cast<long>(members_.size());
     if (fromEnd) {

@@ -376,36 +376,51 @@ TEST(IndexKeyText, CharactersWithUnlearnedRulesAreRefusedNotGuessed) {
 }
 
 // Range seeks on text rely on the shape of the main-part codes: each starts
-// with the space's byte or a greater one, only the spaces' codes are that
-// byte alone, and where one code starts another the rest is made of codes
-// (a ligature), so main parts are read code by code one way only.
+// with the space's byte or a greater one (but in Jet 3 control characters,
+// the euro sign and Z with caron: one byte below it; and every Jet 3 code
+// byte is above the 00-0F that end a Jet 3 main part), only the spaces' codes are that byte alone,
+// and where one code starts another the rest is made of codes (a ligature), so main parts are read
+// code by code one way only.
 TEST(IndexKeyText, MainPartCodesParseOneWayAboveTheSpace) {
-  const uint32_t space = generalLegacyWeights(u' ').code;
-  std::set<Key> codes;
-  for (uint32_t c = 0; c < 0x10000; ++c) {
-    CharWeights w = generalLegacyWeights(static_cast<char16_t>(c));
-    if (w.cls == CharClass::kIgnored || w.cls == CharClass::kDeferred || w.code == 0) continue;
-    Key code;
-    appendCode(code, w.code);
-    EXPECT_GE(code[0], space) << std::hex << c;
-    EXPECT_EQ(code[0] == space, c == u' ' || c == u'\u3000') << std::hex << c;
-    codes.insert(code);
-  }
-  std::map<Key, bool> made;
-  std::function<bool(const Key&)> madeOfCodes = [&](const Key& k) {
-    if (k.empty()) return true;
-    if (auto it = made.find(k); it != made.end()) return it->second;
-    bool ok = false;
-    for (size_t n = 1; n <= k.size() && !ok; ++n)
-      ok = codes.count(Key(k.begin(), k.begin() + static_cast<long>(n))) &&
-           madeOfCodes(Key(k.begin() + static_cast<long>(n), k.end()));
-    return made[k] = ok;
-  };
-  for (const Key& code : codes)
-    for (size_t n = 1; n < code.size(); ++n)
-      if (codes.count(Key(code.begin(), code.begin() + static_cast<long>(n))))
+  auto check = [](const std::map<char32_t, CharWeights>& weights, bool controlsBelow) {
+    const uint32_t space = weights.at(U' ').code;
+    std::set<Key> codes;
+    for (const auto& [c, w] : weights) {
+      if (w.cls == CharClass::kIgnored || w.cls == CharClass::kDeferred || w.code == 0) continue;
+      Key code;
+      appendCode(code, w.code);
+      if (code[0] == space) EXPECT_EQ(w.code, space) << std::hex << static_cast<uint32_t>(c);
+      if (code[0] < space)
+        EXPECT_TRUE(controlsBelow && code.size() == 1) << std::hex << static_cast<uint32_t>(c);
+      codes.insert(code);
+    }
+    std::map<Key, bool> made;
+    std::function<bool(const Key&)> madeOfCodes = [&](const Key& k) {
+      if (k.empty()) return true;
+      if (auto it = made.find(k); it != made.end()) return it->second;
+      bool ok = false;
+      for (size_t n = 1; n <= k.size() && !ok; ++n)
+        ok = codes.count(Key(k.begin(), k.begin() + static_cast<long>(n))) &&
+             madeOfCodes(Key(k.begin() + static_cast<long>(n), k.end()));
+      return made[k] = ok;
+    };
+    for (const Key& code : codes)
+      for (size_t n = 1; n < code.size(); ++n) {
+        if (!codes.count(Key(code.begin(), code.begin() + static_cast<long>(n)))) continue;
         EXPECT_TRUE(madeOfCodes(Key(code.begin() + static_cast<long>(n), code.end())))
             << "a code is the start of another: " << ::testing::PrintToString(code);
+      }
+    return codes;
+  };
+  std::map<char32_t, CharWeights> legacy, general97;
+  for (char32_t c = 0; c < 0x10000; ++c) legacy[c] = generalLegacyWeights(static_cast<char16_t>(c));
+  for (int b = 0; b < 256; ++b)
+    if (auto w = general97Weights(cp1252ToUnicode(static_cast<uint8_t>(b))))
+      general97[cp1252ToUnicode(static_cast<uint8_t>(b))] = *w;
+  check(legacy, false);
+  EXPECT_EQ(legacy[U'\u3000'].code, legacy[U' '].code);  // the only other space
+  for (const Key& code : check(general97, true))
+    EXPECT_GE(*std::min_element(code.begin(), code.end()), 0x10);
 }
 
 TEST(IndexKey, ColumnsCompareInIndexOrderWithTheirOwnDirection) {
