@@ -26,10 +26,6 @@ bool plainAscii(std::string_view s) {
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-}  // namespace
-
-namespace {
-
 // A character's position and code point, for the last part of a key.
 void appendUnlearned(std::vector<uint8_t>& out, size_t at, char32_t cp) {
   for (uint32_t x : {static_cast<uint32_t>(at), static_cast<uint32_t>(cp)})
