@@ -7,11 +7,15 @@
 // IS [NOT] NULL; several in a row apply from the left), unary minus.
 #include "schema/sql.h"
 
+#include <locale.h>
+#include <stdlib.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <initializer_list>
+#include <string>
 
 #include "schema/engine_error.h"
 
@@ -223,7 +227,12 @@ jet::Value numberValue(std::string_view text) {
   }
   double d = 0;
   auto [p, ec] = std::from_chars(first, last, d);
-  if (ec == std::errc::result_out_of_range) d = HUGE_VAL;
+  if (ec == std::errc::result_out_of_range) {
+    // Too large or too small to hold; the C library tells which (infinity
+    // or zero), in the C locale whatever the user's.
+    static const locale_t c = newlocale(LC_ALL_MASK, "C", locale_t{});
+    d = strtod_l(std::string(text).c_str(), nullptr, c);
+  }
   return d;
 }
 
@@ -549,6 +558,10 @@ std::string literalText(const jet::Value& v) {
   if (auto* b = std::get_if<bool>(&v)) return *b ? "True" : "False";
   if (auto* n = std::get_if<int32_t>(&v)) return std::to_string(*n);
   if (auto* d = std::get_if<double>(&v)) {
+    // Written so that it reads back as the same Double: infinity (a number
+    // too large to hold) as such a number, and -0 with its point.
+    if (std::isinf(*d)) return *d > 0 ? "1E+999" : "-1E+999";
+    if (*d == 0 && std::signbit(*d)) return "-0.0";
     char buf[32];
     auto [p, ec] = std::to_chars(buf, buf + sizeof buf, *d);
     return std::string(buf, p);

@@ -72,6 +72,7 @@ TEST(Sql, TheShapesTheProgramComposes) {
       {"a = b = c", "((a = b) = c)"},
       {"x>=-5 and y<2.5 and z>1.5e3", "(((x >= -5) AND (y < 2.5)) AND (z > 1500))"},
       {"- x = 1", "((-x) = 1)"},
+      {"x = -0.0 or y = 1e-400 or z = -1e400", "(((x = -0.0) OR (y = 0)) OR (z = -1E+999))"},
       {"t.[My Field] = 1 and [Maps].[Name] = \"dq\"\"x\"",
        "((t.[My Field] = 1) AND (Maps.Name = 'dq\"x'))"}};
   for (auto [in, out] : criteriaTexts) {
@@ -82,6 +83,7 @@ TEST(Sql, TheShapesTheProgramComposes) {
   auto literal = [](const std::string& t) { return parseCriteria("x = " + t)->right->value; };
   EXPECT_EQ(literal("-2147483647"), jet::Value(int32_t{-2147483647}));
   EXPECT_EQ(literal("3000000000"), jet::Value(3000000000.0));
+  EXPECT_EQ(literal("1e-400"), jet::Value(0.0));  // too small to hold: zero, not infinity
   EXPECT_EQ(literal("'it''s'"), jet::Value(std::string("it's")));
   EXPECT_EQ(literal("null"), jet::Value());
   EXPECT_EQ(literal("True"), jet::Value(true));
