@@ -1473,6 +1473,17 @@ TEST(WriterFlush, AFailedWriteRaisesIoAndTheCallerMustWorkOnACopy) {
   fs.failWritesAfter(-1);
   db->flush();
   EXPECT_TRUE(inner == intended);
+
+  // A full disk and a failed sync are I/O errors too.
+  auto disk = std::make_unique<FaultyStore>(std::make_unique<MemoryStore>(original, "full.mdb"));
+  FaultyStore& ds = *disk;
+  auto db2 = Database::open(std::move(disk));
+  edit(*db2);
+  ds.failWritesAfterBytes(10000);
+  expectError(Kind::kIo, [&] { db2->flush(); });
+  ds.failWritesAfterBytes(UINT64_MAX >> 2);
+  ds.failSync(true);
+  expectError(Kind::kIo, [&] { db2->flush(); });
 }
 
 }  // namespace
