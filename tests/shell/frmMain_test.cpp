@@ -1,9 +1,9 @@
 // The main window's wiring, driven as a user drives it: start-up, the
 // document roads through the window, the Files tab on a real folder tree,
 // the Coordinate Systems tab, the refusals and the error report, the real
-// Select Folder dialog, Help and About. Answers come from a scripted
-// Prompter; saved documents are read back through mdb-export and
-// mdb-reader, engines nobody here wrote.
+// Select Folder and start-up dialogs, requery and compaction, Help and
+// About. Answers come from a scripted Prompter; saved documents are read
+// back through mdb-export and mdb-reader, engines nobody here wrote.
 #include "shell/frmMain.h"
 
 #include <QAction>
@@ -50,7 +50,6 @@ const QString kProgram = QStringLiteral(VANTOR_PROGRAM_DIR "/vantor");
 const QString kDumpScript = QStringLiteral(VANTOR_DUMP_MJS);
 
 QString mstnTemplate() { return kTemplates + "/MstnTemplate.csd"; }
-QString autoCadTemplate() { return kTemplates + "/AutoCadTemplate.csd"; }
 
 QByteArray run(const QString& program, const QStringList& args) {
   QProcess p;
@@ -60,26 +59,25 @@ QByteArray run(const QString& program, const QStringList& args) {
   return p.readAllStandardOutput();
 }
 
-// A table as mdb-export prints it, one line a row, the header left out.
-QStringList mdbExport(const QString& file, const QString& table) {
-  QStringList lines = QString::fromUtf8(run("mdb-export", {file, table})).split('\n');
-  lines.removeFirst();
-  lines.removeAll(QString());
-  return lines;
-}
-
-// The same table through mdb-reader, each row its columns' values joined
-// by "|", Null as nothing.
-QStringList mdbReader(const QString& file, const QString& table, const QStringList& columns) {
-  QStringList rows;
+// A table as both outside engines read it, one line a row, its columns'
+// values joined by "|", Null as nothing. Where mdb-export and mdb-reader
+// disagree, both readings come back, so the comparison fails.
+QStringList onDisk(const QString& file, const QString& table) {
+  QStringList exported = QString::fromUtf8(run("mdb-export", {file, table})).split('\n');
+  const QStringList columns = exported.takeFirst().split(',');
+  exported.removeAll(QString());
+  for (QString& line : exported) line = line.remove('"').replace(',', '|');
+  QStringList read;
   for (const QByteArray& line : run("node", {kDumpScript, file, table}).split('\n')) {
     if (line.isEmpty()) continue;
     QStringList values;
     const QJsonObject row = QJsonDocument::fromJson(line).object();
     for (const QString& column : columns) values << row.value(column).toVariant().toString();
-    rows << values.join('|');
+    read << values.join('|');
   }
-  return rows;
+  return exported == read
+             ? read
+             : QStringList{"mdb-export:"} + exported + QStringList{"mdb-reader:"} + read;
 }
 
 // A CADParameters value as the engine reads it back; nullopt for Null.
@@ -145,10 +143,10 @@ class FrmMainTest : public QObject {
   std::unique_ptr<QTemporaryDir> dir_;
   std::unique_ptr<ScriptedPrompter> prompter_;
   std::unique_ptr<frmMain> window_;
-  int introShown_ = 0;
   DocumentChoice newFileChoice_;
   int aboutShown_ = 0;
   bool realFolderDialog_ = false;
+  bool realIntro_ = false;
   QStringList folderAnswers_;  // what the Select Folder dialog returns, in turn
   QStringList folderAsked_;    // the paths it was opened on
 
@@ -201,10 +199,7 @@ class FrmMainTest : public QObject {
     options.programPath = kProgram;
     options.tempFolder = temp();
     options.commandLine = commandLine;
-    options.showIntro = [this] {
-      ++introShown_;
-      return DocumentChoice{};
-    };
+    if (!realIntro_) options.showIntro = [] { return DocumentChoice{}; };
     options.showNewFile = [this] { return newFileChoice_; };
     options.showAbout = [this] { ++aboutShown_; };
     if (!realFolderDialog_) {
@@ -222,9 +217,8 @@ class FrmMainTest : public QObject {
     QCoreApplication::processEvents();
     QCoreApplication::processEvents();
   }
-  void newDocument(DocumentKind kind = DocumentKind::MicroStation) {
-    newFileChoice_ = {kind,
-                      kind == DocumentKind::MicroStation ? mstnTemplate() : autoCadTemplate()};
+  void newDocument() {
+    newFileChoice_ = {DocumentKind::MicroStation, mstnTemplate()};
     action("mnuFileNew")->trigger();
     QVERIFY(window_->lifecycle().isOpen());
   }
@@ -284,9 +278,9 @@ class FrmMainTest : public QObject {
     QVERIFY(QDir().mkpath(temp()));
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, dir_->path() + "/config");
     prompter_ = std::make_unique<ScriptedPrompter>();
-    introShown_ = aboutShown_ = 0;
+    aboutShown_ = 0;
     newFileChoice_ = {};
-    realFolderDialog_ = false;
+    realFolderDialog_ = realIntro_ = false;
     folderAnswers_.clear();
     folderAsked_.clear();
   }
@@ -297,10 +291,20 @@ class FrmMainTest : public QObject {
     QCOMPARE(prompter_->pending(), 0);
   }
 
+  // No document, for the one given could not be read: the engine's error is
+  // reported, every tab and document control waits, Help and About work.
   void everythingWaitsForADocument() {
-    makeWindow();
+    const QString path = file("notes.csd");
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(QByteArray(4096, 'x'));
+    f.close();
+    makeWindow(path);
+    prompter_->answer(Answer::No);  // the offer of the engine's error list
     start();
-    QCOMPARE(introShown_, 1);
+    QVERIFY(!window_->lifecycle().isOpen());
+    QCOMPARE(prompter_->messages().size(), 1);
+    QVERIFY(prompter_->messages().at(0).startsWith("The following error occured: \r\n\r\n"));
     QCOMPARE(tabStates(), (QList<bool>{false, false, false, false}));
     for (const char* name :
          {"lbDirectories", "butNewDir", "butChangeDir", "butRemoveDir", "tbMapFileExt",
@@ -311,42 +315,77 @@ class FrmMainTest : public QObject {
     QVERIFY(!action("mnuFileCompact")->isEnabled());
     QCOMPARE(control<controls::MoveOverStringControl>("MoveOverStringControlCSFiles")->LeftLabel(),
              QStringLiteral("Available coordinate system files:"));
-    const auto* cad = control<QComboBox>("comboCADScannerCls");
-    QCOMPARE(cad->count(), 2);
-    QCOMPARE(cad->itemText(1), QStringLiteral("Torv.AutoCADScanner"));
+
+    QList<int> contexts;
+    const shell::HelpOpener previous =
+        shell::setHelpOpener([&](QWidget*, const QString&, int context) { contexts << context; });
+    action("mnu_hlp_contents")->trigger();
+    shell::setHelpOpener(previous);
+    QCOMPARE(contexts, QList<int>{131});
+    action("mnuHelpAbout")->trigger();
+    QCOMPARE(aboutShown_, 1);
   }
 
-  void commandLineOpensTheDocumentAndFillsEveryTab() {
+  // A document given on the command line fills every tab. The association
+  // is worked out when its tab is shown, for all maps at once or one by one
+  // through the grid. Closed, the window is empty again.
+  void aCommandLineDocumentThroughEveryTab() {
     const QString path = populatedSchema("roads.csd");
     makeWindow(path);
     start();
-    QCOMPARE(introShown_, 0);
     QCOMPARE(window_->windowTitle(), "CAD Server Definition - " + path);
     QCOMPARE(tabStates(), (QList<bool>{true, true, true, true}));
     QCOMPARE(texts(folders()), (QStringList{"/data/maps", "/data/other"}));
     QCOMPARE(folders()->item(1)->data(Qt::UserRole).toInt(), 2);
     QCOMPARE(texts(control<QListWidget>("lbFeatCls")), QStringList{"Roads"});
     QCOMPARE(control<QLineEdit>("tbMapFileExt")->text(), QStringLiteral("*.dgn"));
-    // The association is worked out when its tab is shown: both maps share one file.
-    QCOMPARE(control<QTableView>("tdbgCS")->model()->rowCount(), 0);
-    tabs()->setCurrentIndex(1);
-    QVERIFY(control<QRadioButton>("optSameCS")->isChecked());
-    QCOMPARE(control<QComboBox>("comboCS")->currentText(), QStringLiteral("/data/maps/utm33.csf"));
-    QCOMPARE(control<QTableView>("tdbgCS")->model()->rowCount(), 2);
     // Change, Remove and the choosers wait for a folder to be chosen.
     QVERIFY(!control("butChangeDir")->isEnabled());
     QVERIFY(!mapsAvailable()->isEnabled());
 
-    // A later activation does not start again.
-    const QString copy = window_->lifecycle().workingCopyPath();
-    window_->firstActivation();
-    QCOMPARE(window_->lifecycle().workingCopyPath(), copy);
-    closeWith(Answer::No);
+    // Both maps share one file.
+    auto* combo = control<QComboBox>("comboCS");
+    auto* grid = control<QTableView>("tdbgCS");
+    QCOMPARE(grid->model()->rowCount(), 0);
+    clickTab(1);
+    QCOMPARE(grid->model()->rowCount(), 2);
+    QVERIFY(control<QRadioButton>("optSameCS")->isChecked());
+    QCOMPARE(combo->currentText(), QStringLiteral("/data/maps/utm33.csf"));
+    QCOMPARE(combo->count(), 2);
+    QVERIFY(combo->isEnabled());
+    QVERIFY(!grid->isEnabled());
+
+    // "Same": the file chosen goes to every map.
+    combo->setFocus();
+    QTest::keyClick(combo, Qt::Key_Down);
+    QCOMPARE(combo->currentText(), QStringLiteral("/data/other/nad27.csf"));
+    QCOMPARE(grid->model()->index(1, 1).data().toString(), combo->currentText());
+
+    // "Different": one map through the grid's drop-down.
+    QTest::mouseClick(control("optDiffCS"), Qt::LeftButton, {}, QPoint(8, 8));
+    QVERIFY(!combo->isEnabled());
+    QVERIFY(grid->isEnabled());
+    const QRect cell = grid->visualRect(grid->model()->index(0, 1));
+    QTest::mouseClick(grid->viewport(), Qt::LeftButton, {}, cell.center());
+    QTest::mouseDClick(grid->viewport(), Qt::LeftButton, {}, cell.center());
+    auto* editor = qobject_cast<QComboBox*>(QApplication::focusWidget());
+    QVERIFY(editor);
+    QCOMPARE(editor->currentText(), QStringLiteral("/data/other/nad27.csf"));
+    QTest::keyClick(editor, Qt::Key_Up);
+    QTRY_COMPARE(grid->model()->index(0, 1).data().toString(),
+                 QStringLiteral("/data/maps/utm33.csf"));
+
+    // Shown again, the tab works the mode out from the maps.
+    clickTab(0);
+    clickTab(1);
+    QVERIFY(control<QRadioButton>("optDiffCS")->isChecked());
+    closeWith(Answer::Yes);
+    QCOMPARE(onDisk(path, "Maps"), (QStringList{"1|roads.dgn|1|1", "2|rivers.dgn|1|2"}));
     QCOMPARE(window_->windowTitle(), QStringLiteral("CAD Server Definition"));
     QCOMPARE(tabStates(), (QList<bool>{false, false, false, false}));
     QCOMPARE(folders()->count(), 0);
-    QCOMPARE(control<QTableView>("tdbgCS")->model()->rowCount(), 0);
-    QVERIFY(!control<QRadioButton>("optSameCS")->isChecked());
+    QCOMPARE(grid->model()->rowCount(), 0);
+    QVERIFY(!control<QRadioButton>("optDiffCS")->isChecked());
   }
 
   void filesTabOnARealFolderTreeSavesEveryRow() {
@@ -422,56 +461,10 @@ class FrmMainTest : public QObject {
 
     const QString saved = file("saved.csd");
     closeWith(Answer::Yes, saved);
-    const QStringList expected{"1,\"" + c + "\"", "1,\"a.dgn\",1,", "1,\"c.csf\",1"};
-    QCOMPARE(mdbExport(saved, "Directories") + mdbExport(saved, "Maps") +
-                 mdbExport(saved, "CoordinateSystemFiles"),
-             expected);
-    QCOMPARE(mdbReader(saved, "Directories", {"dirId", "Path"}) +
-                 mdbReader(saved, "Maps", {"mapId", "Name", "dirId", "csfid"}) +
-                 mdbReader(saved, "CoordinateSystemFiles", {"csfid", "Name", "dirId"}),
+    QCOMPARE(onDisk(saved, "Directories") + onDisk(saved, "Maps") +
+                 onDisk(saved, "CoordinateSystemFiles"),
              (QStringList{"1|" + c, "1|a.dgn|1|", "1|c.csf|1"}));
     QCOMPARE(parameterOnDisk(saved, "CADExtension"), std::optional<std::string>("*.csf; *.DGN"));
-  }
-
-  void coordinateSystemsForAllMapsOrOneByOne() {
-    const QString path = populatedSchema("cs.csd");
-    makeWindow(path);
-    start();
-    clickTab(1);
-    auto* combo = control<QComboBox>("comboCS");
-    auto* grid = control<QTableView>("tdbgCS");
-    QVERIFY(combo->isEnabled());
-    QVERIFY(!grid->isEnabled());
-    QCOMPARE(combo->count(), 2);
-
-    // "Same": the file chosen goes to every map.
-    combo->setFocus();
-    QTest::keyClick(combo, Qt::Key_Down);
-    QCOMPARE(combo->currentText(), QStringLiteral("/data/other/nad27.csf"));
-    QCOMPARE(grid->model()->index(1, 1).data().toString(), combo->currentText());
-
-    // "Different": one map through the grid's drop-down.
-    QTest::mouseClick(control("optDiffCS"), Qt::LeftButton, {}, QPoint(8, 8));
-    QVERIFY(!combo->isEnabled());
-    QVERIFY(grid->isEnabled());
-    const QRect cell = grid->visualRect(grid->model()->index(0, 1));
-    QTest::mouseClick(grid->viewport(), Qt::LeftButton, {}, cell.center());
-    QTest::mouseDClick(grid->viewport(), Qt::LeftButton, {}, cell.center());
-    auto* editor = qobject_cast<QComboBox*>(QApplication::focusWidget());
-    QVERIFY(editor);
-    QCOMPARE(editor->currentText(), QStringLiteral("/data/other/nad27.csf"));
-    QTest::keyClick(editor, Qt::Key_Up);
-    QTRY_COMPARE(grid->model()->index(0, 1).data().toString(),
-                 QStringLiteral("/data/maps/utm33.csf"));
-
-    // Shown again, the tab works the mode out from the maps.
-    clickTab(0);
-    clickTab(1);
-    QVERIFY(control<QRadioButton>("optDiffCS")->isChecked());
-    closeWith(Answer::Yes);
-    QCOMPARE(mdbExport(path, "Maps"), (QStringList{"1,\"roads.dgn\",1,1", "2,\"rivers.dgn\",1,2"}));
-    QCOMPARE(mdbReader(path, "Maps", {"mapId", "Name", "dirId", "csfid"}),
-             (QStringList{"1|roads.dgn|1|1", "2|rivers.dgn|1|2"}));
   }
 
   // A document in the Access 97 format is edited in its own format: what
@@ -500,18 +493,16 @@ class FrmMainTest : public QObject {
     combo->setFocus();
     QTest::keyClick(combo, Qt::Key_Down);
     QCOMPARE(combo->currentText(), a + "/c.csf");
-    control<QLineEdit>("txtCADConnectStr")->setText(QString::fromUtf8("DSN=Zeichnungs\xc3\xa4mter"));
+    control<QLineEdit>("txtCADConnectStr")
+        ->setText(QString::fromUtf8("DSN=Zeichnungs\xc3\xa4mter"));
     closeWith(Answer::Yes);
 
     auto db = jet::Database::openFile(path.toStdString());
     QVERIFY(db->format().version == jet::Version::kJet3);
     QCOMPARE(jet::checkDatabase(*db), std::vector<std::string>());
-    QCOMPARE(mdbExport(path, "Directories") + mdbExport(path, "Maps") +
-                 mdbExport(path, "CoordinateSystemFiles"),
-             (QStringList{"1,\"" + a + "\"", "1,\"a.dgn\",1,1", "1,\"c.csf\",1"}));
-    QCOMPARE(mdbReader(path, "Directories", {"dirId", "Path"}) +
-                 mdbReader(path, "Maps", {"mapId", "Name", "dirId", "csfid"}),
-             (QStringList{"1|" + a, "1|a.dgn|1|1"}));
+    QCOMPARE(
+        onDisk(path, "Directories") + onDisk(path, "Maps") + onDisk(path, "CoordinateSystemFiles"),
+        (QStringList{"1|" + a, "1|a.dgn|1|1", "1|c.csf|1"}));
     QCOMPARE(parameterOnDisk(path, "GraphicConnectString"),
              std::optional<std::string>("DSN=Zeichnungs\xc3\xa4mter"));
   }
@@ -559,7 +550,7 @@ class FrmMainTest : public QObject {
     QCOMPARE(texts(mapsSelected()).last(), QStringLiteral("O'Brien.dgn"));
     QCOMPARE(QApplication::overrideCursor(), nullptr);
     closeWith(Answer::Yes);
-    QCOMPARE(mdbExport(path, "Maps").last(), QStringLiteral("3,\"O'Brien.dgn\",1,"));
+    QCOMPARE(onDisk(path, "Maps").last(), QStringLiteral("3|O'Brien.dgn|1|"));
   }
 
   void theRealSelectFolderDialog() {
@@ -615,62 +606,68 @@ class FrmMainTest : public QObject {
     closeWith(Answer::No);
   }
 
-  void newFromEachTemplateSetsTheScannerControls_data() {
+  // A new document chosen in the start-up dialog: the scanner controls
+  // follow its template, and what is set in them reaches the file it is
+  // saved as.
+  void newFromTheIntroSavesItsScannerSettings_data() {
+    QTest::addColumn<QString>("option");
     QTest::addColumn<int>("kind");
     QTest::addColumn<QString>("cadScanner");
     QTest::addColumn<bool>("databaseControls");
-    QTest::newRow("MicroStation") << int(DocumentKind::MicroStation) << "Torv.VektScanner" << true;
-    QTest::newRow("AutoCAD") << int(DocumentKind::AutoCad) << "Torv.AutoCADScanner" << false;
+    QTest::addColumn<QString>("extension");
+    QTest::newRow("MicroStation") << "optMstn" << int(DocumentKind::MicroStation)
+                                  << "Torv.VektScanner" << true << "*.dgn";
+    QTest::newRow("AutoCAD") << "optAutoCad" << int(DocumentKind::AutoCad) << "Torv.AutoCADScanner"
+                             << false << "*.dwg; *.dxf";
   }
-  void newFromEachTemplateSetsTheScannerControls() {
+  void newFromTheIntroSavesItsScannerSettings() {
+    QFETCH(QString, option);
     QFETCH(int, kind);
     QFETCH(QString, cadScanner);
     QFETCH(bool, databaseControls);
+    QFETCH(QString, extension);
+    realIntro_ = true;
     makeWindow();
+    whenShown<shell::frmIntro>([option](shell::frmIntro* intro) {
+      intro->findChild<QRadioButton*>(option)->click();
+      intro->findChild<QPushButton*>("butOK")->click();
+    });
     start();
-    newDocument(static_cast<DocumentKind>(kind));
+    QTRY_VERIFY(window_->lifecycle().isOpen());
+    QCOMPARE(window_->lifecycle().kind(), static_cast<DocumentKind>(kind));
     QCOMPARE(control<QComboBox>("comboCADScannerCls")->currentText(), cadScanner);
     QCOMPARE(QString::fromStdString(window_->drawingScannerClass()), cadScanner);
     QVERIFY(!ownEnabled("comboCADScannerCls"));
     QCOMPARE(ownEnabled("comboRDBScannerCls"), databaseControls);
     QCOMPARE(ownEnabled("txtRDBConnectStr"), databaseControls);
     QCOMPARE(ownEnabled("butDBLinkageOptions"), databaseControls);
-    closeWith(Answer::No);
-  }
 
-  void scannerSettingsReachTheSavedFile() {
-    makeWindow();
-    start();
-    newDocument();
     control<QLineEdit>("txtCADConnectStr")->setText("DSN=drawings");
     prompter_->pickOpen(file("scanner.ini"));
     click("butScanBrowse");
     QCOMPARE(control<QLineEdit>("txtScannerIniFile")->text(), file("scanner.ini"));
     const QString target = file("new.csd");
     closeWith(Answer::Yes, target);
-    QCOMPARE(parameterOnDisk(target, "GraphicConnectString"),
-             std::optional<std::string>("DSN=drawings"));
-    QCOMPARE(parameterOnDisk(target, "INI"),
-             std::optional<std::string>(file("scanner.ini").toStdString()));
-    QCOMPARE(parameterOnDisk(target, "CADExtension"), std::optional<std::string>("*.dgn"));
+    const auto saved = [&](const std::string& name) {
+      return QString::fromStdString(parameterOnDisk(target, name).value_or("<Null>"));
+    };
+    QCOMPARE(saved("GraphicScannerClass"), cadScanner);
+    QCOMPARE(saved("GraphicConnectString"), QStringLiteral("DSN=drawings"));
+    QCOMPARE(saved("INI"), file("scanner.ini"));
+    QCOMPARE(saved("CADExtension"), extension);
   }
 
-  void cancelAtTheSaveQuestionKeepsTheWindow() {
+  // Closing the window asks about the document first: Cancel keeps both.
+  // Closed, the window leaves its last normal placement, not a minimized one.
+  void closingTheWindow() {
     makeWindow(populatedSchema("keep.csd"));
-    start();
-    prompter_->answer(Answer::Cancel);
-    QVERIFY(!window_->close());
-    QVERIFY(window_->lifecycle().isOpen());
-    prompter_->answer(Answer::No);
-    QVERIFY(window_->close());
-  }
-
-  void closingWritesTheLastNormalPlacement() {
-    makeWindow();
     start();
     window_->setGeometry(60, 70, 640, 480);
     QCoreApplication::processEvents();
     const QRect normal = window_->frameGeometry();
+    prompter_->answer(Answer::Cancel).answer(Answer::No);
+    QVERIFY(!window_->close());
+    QVERIFY(window_->lifecycle().isOpen());
     QVERIFY(window_->close());
     makeWindow();
     start();
@@ -678,19 +675,24 @@ class FrmMainTest : public QObject {
     QCoreApplication::processEvents();
     QVERIFY(window_->close());
     QSettings settings("Vantor", "Vantor");
-    QCOMPARE(settings.value("Settings/MainLeft").toInt(), normal.x());
-    QCOMPARE(settings.value("Settings/MainTop").toInt(), normal.y());
-    QCOMPARE(settings.value("Settings/MainWidth").toInt(), normal.width());
-    QCOMPARE(settings.value("Settings/MainHeight").toInt(), normal.height());
+    settings.beginGroup("Settings");
+    QCOMPARE(QRect(settings.value("MainLeft").toInt(), settings.value("MainTop").toInt(),
+                   settings.value("MainWidth").toInt(), settings.value("MainHeight").toInt()),
+             normal);
   }
 
-  void requerySeesRowsWrittenElsewhere() {
-    makeWindow(populatedSchema("requery.csd"));
+  // Rows written beside the window's recordsets, as the wizard writes them,
+  // show after a requery; compaction moves rows. Either way the grid and the
+  // scanner settings then write through recordsets opened afresh.
+  void requeryAndCompactionReopenTheRecordsets() {
+    const QString path = populatedSchema("reopen.csd");
+    makeWindow(path);
     start();
     tabs()->setCurrentIndex(1);
+    const auto grid = [this] { return control<QTableView>("tdbgCS")->model(); };
+    schema::SchemaDatabase& db = window_->lifecycle().database();
     {
-      // As the wizard writes: through the database, not the window's recordset.
-      schema::Recordset other = window_->lifecycle().database().openRecordset("select * from Maps");
+      schema::Recordset other = db.openRecordset("select * from Maps");
       other.addNew();
       other.setField("Name", std::string("lakes.dgn"));
       other.update();
@@ -698,19 +700,9 @@ class FrmMainTest : public QObject {
     QCOMPARE(window_->sharedRecordset("Maps").recordCount(), 2L);
     window_->requery();
     QCOMPARE(window_->sharedRecordset("Maps").recordCount(), 3L);
-    // The grid was rebuilt on the new recordset: a cell writes its own map.
-    QCOMPARE(control<QTableView>("tdbgCS")->model()->rowCount(), 3);
-    QVERIFY(control<QTableView>("tdbgCS")->model()->setData(
-        control<QTableView>("tdbgCS")->model()->index(2, 1), "/data/other/nad27.csf"));
-    closeWith(Answer::Yes);
-    QCOMPARE(mdbExport(file("requery.csd"), "Maps").last(), QStringLiteral("3,\"lakes.dgn\",,2"));
-  }
+    QCOMPARE(grid()->rowCount(), 3);
+    QVERIFY(grid()->setData(grid()->index(2, 1), "/data/other/nad27.csf"));
 
-  void compactShrinksTheWorkingCopyAndTheWindowWorksOn() {
-    makeWindow(populatedSchema("compact.csd"));
-    start();
-    tabs()->setCurrentIndex(1);
-    schema::SchemaDatabase& db = window_->lifecycle().database();
     {
       // Three thousand folders come and go: the working copy keeps their pages.
       db.beginTrans();
@@ -726,62 +718,15 @@ class FrmMainTest : public QObject {
     }
     const QString work = window_->lifecycle().workingCopyPath();
     const qint64 grown = QFileInfo(work).size();
-    QVERIFY(action("mnuFileCompact")->isEnabled());
     action("mnuFileCompact")->trigger();
     QVERIFY(QFileInfo(work).size() < grown);
-    QCOMPARE(window_->sharedRecordset("Maps").recordCount(), 2L);
-    // The grid and the scanner settings write through the reopened recordsets.
-    QVERIFY(control<QTableView>("tdbgCS")->model()->setData(
-        control<QTableView>("tdbgCS")->model()->index(1, 1), "/data/other/nad27.csf"));
+    QVERIFY(grid()->setData(grid()->index(1, 1), "/data/other/nad27.csf"));
     control<QLineEdit>("txtCADConnectStr")->setText("DSN=compacted");
     closeWith(Answer::Yes);
-    QCOMPARE(mdbExport(file("compact.csd"), "Maps").last(), QStringLiteral("2,\"rivers.dgn\",1,2"));
-    QCOMPARE(parameterOnDisk(file("compact.csd"), "GraphicConnectString"),
+    QCOMPARE(onDisk(path, "Maps"),
+             (QStringList{"1|roads.dgn|1|1", "2|rivers.dgn|1|2", "3|lakes.dgn||2"}));
+    QCOMPARE(parameterOnDisk(path, "GraphicConnectString"),
              std::optional<std::string>("DSN=compacted"));
-  }
-
-  void startUpDialogChoosesTheDocument() {
-    frmMain::Options options;
-    options.prompter = prompter_.get();
-    options.programPath = kProgram;
-    options.tempFolder = temp();
-    window_ = std::make_unique<frmMain>(options);
-    whenShown<shell::frmIntro>([](shell::frmIntro* intro) {
-      intro->findChild<QRadioButton*>("optAutoCad")->click();
-      intro->findChild<QPushButton*>("butOK")->click();
-    });
-    start();
-    QTRY_VERIFY(window_->lifecycle().isOpen());
-    QCOMPARE(window_->lifecycle().kind(), DocumentKind::AutoCad);
-    closeWith(Answer::No);
-  }
-
-  void aFileTheEngineCannotReadIsReported() {
-    const QString path = file("notes.csd");
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(QByteArray(4096, 'x'));
-    f.close();
-    makeWindow(path);
-    prompter_->answer(Answer::No);  // the offer of the engine's error list
-    start();
-    QVERIFY(!window_->lifecycle().isOpen());
-    QCOMPARE(prompter_->messages().size(), 1);
-    QVERIFY(prompter_->messages().at(0).startsWith("The following error occured: \r\n\r\n"));
-    QCOMPARE(tabStates(), (QList<bool>{false, false, false, false}));
-  }
-
-  void helpAndAbout() {
-    makeWindow();
-    start();
-    QList<int> contexts;
-    const shell::HelpOpener previous =
-        shell::setHelpOpener([&](QWidget*, const QString&, int context) { contexts << context; });
-    action("mnu_hlp_contents")->trigger();
-    shell::setHelpOpener(previous);
-    QCOMPARE(contexts, QList<int>{131});
-    action("mnuHelpAbout")->trigger();
-    QCOMPARE(aboutShown_, 1);
   }
 };
 
