@@ -1,7 +1,7 @@
 // Scanner settings on copies of the generated templates: rows added when
 // missing and in which order, nulls and empty texts, rows of other names
-// left alone, values that survive closing and reopening, and the controls
-// an AutoCAD document locks.
+// left alone, values that survive closing and reopening, and the classes
+// and controls each kind of document gets.
 #include "linkage/parameters_table.h"
 
 #include <optional>
@@ -33,9 +33,6 @@ std::vector<Row> rowsOnDisk(const std::string& path) {
 
 class ParametersTableTest : public SchemaFiles {
  protected:
-  std::string autoCadCopy(const std::string& name = "acad.csd") {
-    return copyOf(VANTOR_ACAD_TEMPLATE, name);
-  }
   // Changes the rows of CADParameters directly, as another program would.
   static void deleteRows(schema::SchemaDatabase& db, const std::string& criteria) {
     schema::Recordset rs = db.openRecordset("select * from CADParameters where " + criteria);
@@ -60,7 +57,7 @@ class ParametersTableTest : public SchemaFiles {
   }
 };
 
-TEST_F(ParametersTableTest, MissingRowsAreAddedInOrder) {
+TEST_F(ParametersTableTest, MissingRowsAreAddedInOrderAndOthersLeftAlone) {
   const std::string path = templateCopy();
   {
     schema::SchemaDatabase db;
@@ -82,7 +79,8 @@ TEST_F(ParametersTableTest, MissingRowsAreAddedInOrder) {
   EXPECT_EQ(rowsOnDisk(path), created);
 
   // Only the missing ones are added, after the rows already there, still in
-  // the fixed order whatever order the deletions left.
+  // the fixed order whatever order the deletions left. Rows of other names
+  // stay, and of two rows of a name only the first counts.
   const std::string partial = templateCopy("partial.csd");
   {
     schema::SchemaDatabase db;
@@ -90,85 +88,37 @@ TEST_F(ParametersTableTest, MissingRowsAreAddedInOrder) {
     deleteRows(db, "Name = 'CADExtension'");
     deleteRows(db, "Name = 'GraphicConnectString'");
     addRow(db, "Other", std::string("kept"));
+    addRow(db, "Spare", jet::Value());
+    addRow(db, "INI", std::string("second.ini"));
     ParametersTable params;
     params.Initialize(db);
     EXPECT_EQ(params.GraphicScannerClass(), "Torv.VektScanner");
-    EXPECT_EQ(params.CADextension(), "*.*");
+    EXPECT_EQ(params.INI(), "");
     params.setCADextension("*.dgn");
     params.setGraphicConnectString("host=drawings");
-  }
-  const std::vector<Row> completed = {{"DBConnectString", std::nullopt},
-                                      {"GraphicScannerClass", "Torv.VektScanner"},
-                                      {"DbScannerClass", "Torv.ODBCDatabaseScanner"},
-                                      {"INI", std::nullopt},
-                                      {"Version", "1.0"},
-                                      {"Other", "kept"},
-                                      {"GraphicConnectString", "host=drawings"},
-                                      {"CADExtension", "*.dgn"}};
-  EXPECT_EQ(rowsOnDisk(partial), completed);
-  EXPECT_TRUE(faultsOnDisk(partial).empty());
-}
+    params.setINI("first.ini");
+    params.setDbScannerClass("");  // empty text is stored as Null
 
-TEST_F(ParametersTableTest, NullsReadAsDefaultsAndEmptyTextIsStoredAsNull) {
-  const std::string path = templateCopy();
-  {
-    schema::SchemaDatabase db;
-    db.open(path);
-    setRow(db, "CADExtension", jet::Value());
+    // The version is read afresh each time, as a number; Null reads 1.0.
     setRow(db, "Version", jet::Value());
-    setRow(db, "GraphicScannerClass", jet::Value());
-    ParametersTable params;
-    params.Initialize(db);
-    EXPECT_EQ(params.CADextension(), "*.*");
     EXPECT_EQ(params.Version(), 1.0);
-    EXPECT_EQ(params.GraphicScannerClass(), "");
-    EXPECT_EQ(params.DbScannerClass(), "Torv.ODBCDatabaseScanner");
-
-    // A value stored by someone else is read afresh, and read as a number.
     setRow(db, "Version", std::string("2.5"));
     EXPECT_EQ(params.Version(), 2.5);
     setRow(db, "Version", std::string("two"));
     expectError([&] { params.Version(); }, schema::err::kConversionError);
-
-    params.setDbScannerClass("");
-    params.setCADextension("");
-    params.setINI("C:\\scan\\vekt.ini");
-    EXPECT_EQ(params.DbScannerClass(), "");
-    EXPECT_EQ(params.CADextension(), "*.*");
   }
-  const std::vector<Row> rows = rowsOnDisk(path);
-  ASSERT_EQ(rows.size(), 7u);
-  EXPECT_EQ(rows[2], Row("CADExtension", std::nullopt));
-  EXPECT_EQ(rows[4], Row("DbScannerClass", std::nullopt));
-  EXPECT_EQ(rows[5], Row("INI", "C:\\scan\\vekt.ini"));
-  EXPECT_EQ(rows[6], Row("Version", "two"));
-}
-
-TEST_F(ParametersTableTest, RowsOfOtherNamesSurviveOpeningAndSaving) {
-  const std::string path = templateCopy();
-  {
-    schema::SchemaDatabase db;
-    db.open(path);
-    addRow(db, "Other", std::string("x"));
-    addRow(db, "Spare", jet::Value());
-    addRow(db, "INI", std::string("second.ini"));  // only the first of a name counts
-    ParametersTable params;
-    params.Initialize(db);
-    EXPECT_EQ(params.INI(), "");
-    ScannerOptions options;
-    options.fill(params, DocumentKind::kExisting);
-    options.texts().scannerIniFile = "first.ini";
-    options.texts().rdbConnectString = "DSN=parcels";
-    options.save(params, "*.dgn");
-    EXPECT_FALSE(params.isOpen());
-  }
-  const std::vector<Row> rows = rowsOnDisk(path);
-  ASSERT_EQ(rows.size(), 10u);
-  EXPECT_EQ(rows[0], Row("DBConnectString", "DSN=parcels"));
-  EXPECT_EQ(rows[5], Row("INI", "first.ini"));
-  EXPECT_EQ(rows[7], Row("Other", "x"));
-  EXPECT_EQ(rows[8], Row("Spare", std::nullopt));
-  EXPECT_EQ(rows[9], Row("INI", "second.ini"));
+  const std::vector<Row> completed = {{"DBConnectString", std::nullopt},
+                                      {"GraphicScannerClass", "Torv.VektScanner"},
+                                      {"DbScannerClass", std::nullopt},
+                                      {"INI", "first.ini"},
+                                      {"Version", "two"},
+                                      {"Other", "kept"},
+                                      {"Spare", std::nullopt},
+                                      {"INI", "second.ini"},
+                                      {"GraphicConnectString", "host=drawings"},
+                                      {"CADExtension", "*.dgn"}};
+  EXPECT_EQ(rowsOnDisk(partial), completed);
+  EXPECT_TRUE(faultsOnDisk(partial).empty());
 }
 
 TEST_F(ParametersTableTest, SavedValuesAreReadAgainAfterReopening) {
@@ -180,12 +130,12 @@ TEST_F(ParametersTableTest, SavedValuesAreReadAgainAfterReopening) {
     params.Initialize(db);
     ScannerOptions options;
     options.fill(params, DocumentKind::kExisting);
-    EXPECT_EQ(options.texts().cadScannerClass, "Torv.VektScanner");
     options.texts().cadConnectString = "drawings";
     options.texts().scannerIniFile = "/opt/scan/vekt.ini";
     options.texts().rdbScannerClass = "Other.DatabaseScanner";
     options.texts().rdbConnectString = "DSN=parcels;UID=gis";
     options.save(params, "*.dgn; *.cel");
+    EXPECT_FALSE(params.isOpen());
     db.close();
   }
   schema::SchemaDatabase db;
@@ -199,10 +149,6 @@ TEST_F(ParametersTableTest, SavedValuesAreReadAgainAfterReopening) {
   EXPECT_EQ(params.GraphicScannerClass(), "Torv.VektScanner");
   EXPECT_EQ(params.CADextension(), "*.dgn; *.cel");
   EXPECT_EQ(params.Version(), 1.0);
-  ScannerOptions options;
-  options.fill(params, DocumentKind::kExisting);
-  EXPECT_EQ(options.texts().rdbScannerClass, "Other.DatabaseScanner");
-  EXPECT_EQ(options.texts().rdbConnectString, "DSN=parcels;UID=gis");
 
   // A second opening finds every row and adds none.
   params.CloseRecordSet();
@@ -211,14 +157,16 @@ TEST_F(ParametersTableTest, SavedValuesAreReadAgainAfterReopening) {
   EXPECT_EQ(rowsOnDisk(path).size(), 7u);
 }
 
-TEST_F(ParametersTableTest, AutoCadDocumentsLockTheDatabaseScanner) {
-  const std::string path = autoCadCopy();
+// The drawing scanner class, and with it the locked database controls,
+// follows how the document came to be.
+TEST_F(ParametersTableTest, TheDocumentKindDecidesTheScannerClasses) {
   schema::SchemaDatabase db;
-  db.open(path);
+  db.open(copyOf(VANTOR_ACAD_TEMPLATE, "acad.csd"));
   ParametersTable params;
   params.Initialize(db);
   EXPECT_EQ(params.CADextension(), "*.dwg; *.dxf");
 
+  // A new AutoCAD document keeps the database scanner shown before.
   ScannerOptions options;
   options.texts().rdbScannerClass = "Shown.Before";
   options.fill(params, DocumentKind::kNewFromAutoCad);
@@ -226,34 +174,35 @@ TEST_F(ParametersTableTest, AutoCadDocumentsLockTheDatabaseScanner) {
   EXPECT_EQ(options.texts().rdbScannerClass, "Shown.Before");
   EXPECT_FALSE(options.databaseScannerEditable());
   EXPECT_FALSE(options.databaseLinkageEnabled());
-  EXPECT_FALSE(options.cadScannerClassEditable());
-  EXPECT_TRUE(options.primaryUniqueKeysEnabled());
 
-  // Reopened as an existing document, the stored class decides.
-  ScannerOptions existing;
-  existing.fill(params, DocumentKind::kExisting);
-  EXPECT_EQ(existing.drawingScannerClass(), "Torv.AutoCADScanner");
-  EXPECT_EQ(existing.texts().rdbScannerClass, "Torv.ODBCDatabaseScanner");
-  EXPECT_FALSE(existing.databaseScannerEditable());
-  EXPECT_FALSE(existing.databaseLinkageEnabled());
+  // An existing document shows what is stored.
+  params.setDbScannerClass("Stored.DatabaseScanner");
+  params.setDbConnectString("DSN=parcels");
+  params.setGraphicConnectString("drawings");
+  params.setINI("vekt.ini");
+  options.fill(params, DocumentKind::kExisting);
+  EXPECT_EQ(options.drawingScannerClass(), "Torv.AutoCADScanner");
+  EXPECT_EQ(options.texts().rdbScannerClass, "Stored.DatabaseScanner");
+  EXPECT_EQ(options.texts().rdbConnectString, "DSN=parcels");
+  EXPECT_EQ(options.texts().cadConnectString, "drawings");
+  EXPECT_EQ(options.texts().scannerIniFile, "vekt.ini");
 
-  // The same options object, given a MicroStation document next, unlocks.
-  params.setGraphicScannerClass("Torv.AutoCADScanner");
+  // A new MicroStation document takes its own classes whatever is stored.
   options.fill(params, DocumentKind::kNewFromMicroStation);
   EXPECT_EQ(options.drawingScannerClass(), "Torv.VektScanner");
   EXPECT_EQ(options.texts().rdbScannerClass, "Torv.ODBCDatabaseScanner");
   EXPECT_TRUE(options.databaseScannerEditable());
   EXPECT_TRUE(options.databaseLinkageEnabled());
-  EXPECT_FALSE(options.cadScannerClassEditable());
 
   params.setGraphicScannerClass("Vendor.OtherScanner");
   options.fill(params, DocumentKind::kNewFromOtherTemplate);
   EXPECT_EQ(options.drawingScannerClass(), "Vendor.OtherScanner");
-  EXPECT_TRUE(options.databaseLinkageEnabled());
+  EXPECT_EQ(options.texts().rdbScannerClass, "Stored.DatabaseScanner");
 
   options.clearConnection();
   EXPECT_EQ(options.texts().rdbConnectString, "");
   EXPECT_EQ(options.texts().scannerIniFile, "");
+  EXPECT_EQ(options.texts().cadConnectString, "drawings");
 }
 
 TEST_F(ParametersTableTest, AccessorsNeedAnOpenTable) {
