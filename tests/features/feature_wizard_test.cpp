@@ -81,22 +81,32 @@ class Wizard : public schematest::SchemaFiles, public ::testing::WithParamInterf
     return w;
   }
 
+  // A new class filled in on every step but not finished: one geometry
+  // exposed and made primary, definition attributes with their values, maps.
+  std::unique_ptr<FeatureWizard> filled(
+      const QString& name, int cs, const char* geometry,
+      const std::vector<std::pair<const char*, const char*>>& definition, const QStringList& maps) {
+    auto w = open();
+    w->setName(name);
+    w->setCoordinateSystem(cs);
+    EXPECT_TRUE(w->next());
+    EXPECT_TRUE(w->exposed().add(geometry));
+    w->exposed().checkGeometry(0);
+    for (const auto& [attribute, values] : definition) EXPECT_TRUE(w->definition().add(attribute));
+    for (size_t i = 0; i < definition.size(); ++i)
+      w->definition().setValues(i, definition[i].second);
+    for (const QString& map : maps) EXPECT_TRUE(w->maps().add(map));
+    return w;
+  }
+
   // A class "Roads" on the two maps of /srv/gis/roads, exposing ElementId
   // and LineGeometry, defined by Level and LevelName.
   void createRoads() {
-    auto w = open();
-    w->setName("Roads");
-    w->setCoordinateSystem(1);
-    ASSERT_TRUE(w->next());
-    ASSERT_TRUE(w->exposed().add("LineGeometry"));
-    w->exposed().checkGeometry(0);
-    ASSERT_TRUE(w->definition().add("Level"));
-    ASSERT_TRUE(w->definition().add("LevelName"));
-    w->definition().setValues(0, "10 - 19,30-40");
-    w->definition().setValues(1, "'Main road','O''Brien''s'");
-    ASSERT_TRUE(w->maps().add("/srv/gis/roads/north.dgn"));
-    ASSERT_TRUE(w->maps().add("/srv/gis/roads/south.dgn"));
-    ASSERT_EQ(w->finish(), FeatureWizard::Outcome::kFinished);
+    ASSERT_EQ(filled("Roads", 1, "LineGeometry",
+                     {{"Level", "10 - 19,30-40"}, {"LevelName", "'Main road','O''Brien''s'"}},
+                     {"/srv/gis/roads/north.dgn", "/srv/gis/roads/south.dgn"})
+                  ->finish(),
+              FeatureWizard::Outcome::kFinished);
   }
 
   Rows rows(const std::string& table) { return schematest::dumpFile(path_)[table]; }
@@ -131,23 +141,14 @@ TEST(FeatureName, WindowsLettersDigitsAndUnderscoreOnly) {
   EXPECT_EQ(nameLeft("", "").message, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, Wizard, ::testing::Values(VANTOR_MSTN_TEMPLATE, VANTOR_JET3_SCHEMA),
+INSTANTIATE_TEST_SUITE_P(Formats, Wizard,
+                         ::testing::Values(VANTOR_MSTN_TEMPLATE, VANTOR_JET3_SCHEMA),
                          [](const auto& info) { return info.index ? "Jet3" : "Jet4"; });
-
-TEST_P(Wizard, FinishOnAnEmptyNewClassListsEveryStepsProblem) {
-  auto w = open();
-  EXPECT_EQ(w->name(), "Feature1");
-  EXPECT_EQ(w->caption(), "Feature Definition Wizard - Enter feature name and coordinate system");
-  EXPECT_EQ(w->finish(), FeatureWizard::Outcome::kStay);
-  EXPECT_EQ(prompter_.messages(),
-            QStringList{"Errors detected unable to write feature.\r\n"
-                        "  Primary geometry is a required field.\r\n\r\n"
-                        "  Definition attributes must be defined for the feature.\r\n\r\n"
-                        "  Maps must be defined for the feature.\r\n\r\n"});
-}
 
 TEST_P(Wizard, ANewClassIsWrittenWithAllItsRows) {
   auto w = open();
+  // Finish on the empty class lists every step's problem.
+  EXPECT_EQ(w->finish(), FeatureWizard::Outcome::kStay);
   w->setName("Roads");
   w->setCoordinateSystem(1);
   EXPECT_EQ(w->coordinateSystemText(), "/srv/gis/roads/utm33n.csf");
@@ -175,7 +176,11 @@ TEST_P(Wizard, ANewClassIsWrittenWithAllItsRows) {
   EXPECT_EQ(w->finish(), FeatureWizard::Outcome::kFinished);
   EXPECT_EQ(db_.transactionLevel(), 0);
   EXPECT_EQ(prompter_.messages(),
-            (QStringList{"  Primary geometry is a required field.\r\n",
+            (QStringList{"Errors detected unable to write feature.\r\n"
+                         "  Primary geometry is a required field.\r\n\r\n"
+                         "  Definition attributes must be defined for the feature.\r\n\r\n"
+                         "  Maps must be defined for the feature.\r\n\r\n",
+                         "  Primary geometry is a required field.\r\n",
                          "Table not defined for attribute.",
                          "  Invalid values: Attribute Level:\r\n"
                          "  LevelName : Enter the string, within single quotes \r\n"}));
@@ -225,14 +230,7 @@ TEST_P(Wizard, CancelLeavesTheFileAsItWas) {
 
 TEST_P(Wizard, ADuplicateNameKeepsTheWizardOpen) {
   createRoads();
-  auto w = open();
-  w->setName("Roads");
-  ASSERT_TRUE(w->next());
-  ASSERT_TRUE(w->exposed().add("AreaGeometry"));
-  w->exposed().checkGeometry(0);
-  ASSERT_TRUE(w->definition().add("Color"));
-  w->definition().setValues(0, "3");
-  ASSERT_TRUE(w->maps().add("/srv/gis/roads/south.dgn"));
+  auto w = filled("Roads", 0, "AreaGeometry", {{"Color", "3"}}, {"/srv/gis/roads/south.dgn"});
   EXPECT_EQ(w->finish(), FeatureWizard::Outcome::kStay);
   EXPECT_EQ(prompter_.messages().last(), "Feature name already defined.");
   EXPECT_TRUE(w->isOpen());
@@ -254,18 +252,16 @@ TEST_P(Wizard, KeyAndLinkageAttributesAreGuarded) {
   prompter_.answer(Answer::Yes).answer(Answer::Yes);
   EXPECT_TRUE(w->exposed().remove("OccurenceNumber"));  // the key, and a linkage attribute
   EXPECT_FALSE(w->definition().remove("EntityNumber"));
+  const QString linkage =
+      "Either of Linkage Attributes (EntityNumber/OccurenceNumber) must be selected for every "
+      "DB-Linked feature.\r\n\r\nDo you wish to remove this Linkage Attribute from the exposed "
+      "attributes for this DB-Linked feature?";
   EXPECT_EQ(prompter_.messages(),
-            (QStringList{"Either of Linkage Attributes (EntityNumber/OccurenceNumber) must be "
-                         "selected for every DB-Linked feature.\r\n\r\nDo you wish to remove "
-                         "this Linkage Attribute from the exposed attributes for this DB-Linked "
-                         "feature?",
+            (QStringList{linkage,
                          "Removal of unique id <OccurenceNumber> may limit Mapgrove "
                          "functionality.\r\n\r\nDo you wish to remove this unique id from the "
                          "exposed attributes for this feature?",
-                         "Either of Linkage Attributes (EntityNumber/OccurenceNumber) must be "
-                         "selected for every DB-Linked feature.\r\n\r\nDo you wish to remove "
-                         "this Linkage Attribute from the exposed attributes for this DB-Linked "
-                         "feature?",
+                         linkage,
                          "Unable to remove table link attribute EntityNumber from feature "
                          "definition."}));
   // Without linkage neither guard speaks for EntityNumber.
@@ -301,16 +297,10 @@ TEST_P(Wizard, MapsAreFoundByFolderAndCheckedForCoordinateSystems) {
 
 TEST_P(Wizard, DeletingAClassRemovesOnlyItsRows) {
   createRoads();
-  auto w = open();  // a second class sharing LevelValues
-  w->setName("Rivers");
-  ASSERT_TRUE(w->next());
-  ASSERT_TRUE(w->exposed().add("Geometry"));
-  w->exposed().checkGeometry(0);
-  ASSERT_TRUE(w->definition().add("Level"));
-  w->definition().setValues(0, "7-7");
-  ASSERT_TRUE(w->maps().add("/srv/gis/hydro/rivers.dgn"));
-  ASSERT_EQ(w->finish(), FeatureWizard::Outcome::kFinished);
-  w.reset();
+  // A second class sharing LevelValues.
+  ASSERT_EQ(
+      filled("Rivers", 0, "Geometry", {{"Level", "7-7"}}, {"/srv/gis/hydro/rivers.dgn"})->finish(),
+      FeatureWizard::Outcome::kFinished);
   const Rows keys = rows("KeysParameters");
 
   reopen();

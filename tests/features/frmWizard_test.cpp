@@ -32,47 +32,28 @@ const QString kProgramDir = QStringLiteral(VANTOR_PROGRAM_DIR);
 const QStringList kTables = {"Features",          "FeatureMaps", "FeatureAttributes",
                              "FeatureDefinition", "LevelValues", "LevelNameValues"};
 
-// One row as "Table: column=value ..." with the columns in name order, so
-// both readers' rows compare; strings quoted, Booleans 0 or 1.
-QString rowText(const QString& table, QMap<QString, QString> row) {
-  QStringList parts;
-  for (auto it = row.constBegin(); it != row.constEnd(); ++it) parts << it.key() + "=" + it.value();
-  return table + ": " + parts.join(' ');
-}
-
-QStringList exported(const QString& path) {
-  QStringList rows;
-  for (const QString& table : kTables) {
-    QProcess p;
-    p.start("mdb-export", {path, table});
-    if (!p.waitForFinished() || p.exitCode() != 0) return {"mdb-export failed"};
-    QStringList lines =
-        QString::fromUtf8(p.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
-    const QStringList columns = lines.takeFirst().split(',');
-    for (const QString& line : lines) {
-      const QStringList values = line.split(',');  // the tests write no commas
-      QMap<QString, QString> row;
-      for (qsizetype i = 0; i < columns.size(); ++i) row[columns[i]] = values.value(i);
-      rows << rowText(table, row);
-    }
-  }
-  rows.sort();
-  return rows;
-}
-
-// The same rows through mdb-reader; empty when the reader is not installed
+// Every row of kTables as "Table: column=value ..." with the columns in
+// name order, strings quoted and Booleans 0 or 1, so that mdb-export's and
+// mdb-reader's rows compare. Empty when mdb-reader is not installed
 // (scripts/setup installs it).
-QStringList readerRows(const QString& path) {
-  if (!QFileInfo::exists(VANTOR_NODE_DIR "/node_modules/mdb-reader")) return {};
+QStringList rowsOf(const QString& path, bool reader) {
+  if (reader && !QFileInfo::exists(VANTOR_NODE_DIR "/node_modules/mdb-reader")) return {};
   QStringList rows;
   for (const QString& table : kTables) {
     QProcess p;
-    p.start("node", {VANTOR_NODE_DIR "/dump.mjs", path, table});
-    if (!p.waitForFinished() || p.exitCode() != 0) return {"mdb-reader failed"};
-    for (const QByteArray& line : p.readAllStandardOutput().split('\n')) {
-      if (line.isEmpty()) continue;
-      const QJsonObject object = QJsonDocument::fromJson(line).object();
+    if (reader)
+      p.start("node", {VANTOR_NODE_DIR "/dump.mjs", path, table});
+    else
+      p.start("mdb-export", {path, table});
+    if (!p.waitForFinished() || p.exitCode() != 0) return {p.program() + " failed"};
+    QList<QByteArray> lines = p.readAllStandardOutput().split('\n');
+    lines.removeAll(QByteArray());
+    const QList<QByteArray> columns = reader ? QList<QByteArray>() : lines.takeFirst().split(',');
+    for (const QByteArray& line : lines) {
       QMap<QString, QString> row;
+      const QList<QByteArray> values = line.split(',');  // the tests write no commas
+      for (qsizetype i = 0; i < columns.size(); ++i) row[columns[i]] = values.value(i);
+      const QJsonObject object = reader ? QJsonDocument::fromJson(line).object() : QJsonObject();
       for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
         const QJsonValue v = it.value();
         row[it.key()] = v.isString() ? "\"" + v.toString() + "\""
@@ -80,7 +61,10 @@ QStringList readerRows(const QString& path) {
                         : v.isNull() ? QString()
                                      : QString::number(v.toInteger());
       }
-      rows << rowText(table, row);
+      QStringList parts;
+      for (auto it = row.constBegin(); it != row.constEnd(); ++it)
+        parts << it.key() + "=" + it.value();
+      rows << table + ": " + parts.join(' ');
     }
   }
   rows.sort();
@@ -161,17 +145,14 @@ class WizardWidgetTest : public QObject {
     QVERIFY(!window_->lifecycle().isOpen());
     QStringList sorted = rows;
     sorted.sort();
-    QCOMPARE(exported(path_), sorted);
-    const QStringList reader = readerRows(path_);
+    QCOMPARE(rowsOf(path_, false), sorted);
+    const QStringList reader = rowsOf(path_, true);
     if (!reader.isEmpty()) QCOMPARE(reader, sorted);
     window_.reset();
   }
 
   QListWidget* featureList() { return window_->findChild<QListWidget*>("lbFeatCls"); }
 
-  static void press(QWidget* w, Qt::Key key, Qt::KeyboardModifiers mods = Qt::NoModifier) {
-    QTest::keyClick(w, key, mods);
-  }
   // Alt and a button's mnemonic: the button shows itself pressed for a
   // moment and clicks when it is let go.
   static void alt(QDialog& d, Qt::Key key) {
@@ -197,9 +178,6 @@ class WizardWidgetTest : public QObject {
   static void typeInto(QTableView* grid, const QString& text) {
     QTest::keyClicks(grid, text.left(1));
     QTest::keyClicks(QApplication::focusWidget(), text.mid(1));
-  }
-  static QStringList selected(QWidget* chooser) {
-    return static_cast<controls::MoveOverStringControl*>(chooser)->SelectedStrings();
   }
 
  private slots:
@@ -231,29 +209,30 @@ class WizardWidgetTest : public QObject {
           QStringLiteral("Feature Definition Wizard - Enter feature name and coordinate system"));
       QCOMPARE(QApplication::focusWidget(), name);
       QCOMPARE(name->selectedText(), QStringLiteral("Feature1"));
-      press(name, Qt::Key_Delete);
-      press(name, Qt::Key_Return);  // Next without a name stays
-      name->insert("Ro-ads");       // as pasted: leaving the box finds it
-      press(name, Qt::Key_Tab);
+      QTest::keyClick(name, Qt::Key_Delete);
+      QTest::keyClick(name, Qt::Key_Return);  // Next without a name stays
+      name->insert("Ro-ads");                 // as pasted: leaving the box finds it
+      QTest::keyClick(name, Qt::Key_Tab);
       QCOMPARE(QApplication::focusWidget(), name);
       name->clear();
       QTest::keyClicks(name, "Roads ");  // the blank is refused
       QCOMPARE(name->text(), QStringLiteral("Roads"));
-      press(name, Qt::Key_F1);
-      press(name, Qt::Key_Tab);
-      press(child<QComboBox>(&d, "comboFeatureCS"), Qt::Key_Down);
-      press(child<QComboBox>(&d, "comboFeatureCS"), Qt::Key_Return);  // Enter is Next
+      QTest::keyClick(name, Qt::Key_F1);
+      QTest::keyClick(name, Qt::Key_Tab);
+      QTest::keyClick(child<QComboBox>(&d, "comboFeatureCS"), Qt::Key_Down);
+      QTest::keyClick(child<QComboBox>(&d, "comboFeatureCS"), Qt::Key_Return);  // Enter is Next
 
       QCOMPARE(d.windowTitle(),
                QStringLiteral("Feature Definition Wizard - Select exposed graphic attributes"));
-      QWidget* attributes = child<QWidget>(&d, "MoveOverStringControlFeatAttr");
-      QCOMPARE(selected(attributes), QStringList{"ElementId"});
+      auto* attributes =
+          child<controls::MoveOverStringControl>(&d, "MoveOverStringControlFeatAttr");
+      QCOMPARE(attributes->SelectedStrings(), QStringList{"ElementId"});
       choose(attributes, {"LineGeometry"});
       auto* geometry = child<QListWidget>(&d, "lbPrimaryGeometry");
       QCOMPARE(geometry->accessibleName(), QStringLiteral("Primary geometry"));
       alt(d, Qt::Key_P);
-      press(geometry, Qt::Key_Home);
-      press(geometry, Qt::Key_Space);
+      QTest::keyClick(geometry, Qt::Key_Home);
+      QTest::keyClick(geometry, Qt::Key_Space);
       QCOMPARE(geometry->item(0)->checkState(), Qt::Checked);
       alt(d, Qt::Key_N);
 
@@ -266,8 +245,8 @@ class WizardWidgetTest : public QObject {
       QCOMPARE(QApplication::focusWidget(), grid);
       QCOMPARE(grid->currentIndex(), grid->model()->index(0, 2));
       typeInto(grid, "10 - 19");
-      press(QApplication::focusWidget(), Qt::Key_Return);
-      press(grid, Qt::Key_Down);
+      QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+      QTest::keyClick(grid, Qt::Key_Down);
       typeInto(grid, "'Main road'");  // left in its editor: Next takes it
       alt(d, Qt::Key_N);
 
@@ -310,10 +289,10 @@ class WizardWidgetTest : public QObject {
       auto* grid = child<QTableView>(&d, "TDBGrid1");
       QCOMPARE(grid->model()->index(1, 2).data().toString(), QStringLiteral("'Main road'"));
       grid->setCurrentIndex(grid->model()->index(0, 2));
-      press(grid, Qt::Key_F2);
+      QTest::keyClick(grid, Qt::Key_F2);
       QLineEdit* editor = qobject_cast<QLineEdit*>(QApplication::focusWidget());
       QVERIFY(editor);
-      press(editor, Qt::Key_End);
+      QTest::keyClick(editor, Qt::Key_End);
       QTest::keyClicks(editor, ",30-40");
       alt(d, Qt::Key_F);
     };
@@ -336,14 +315,14 @@ class WizardWidgetTest : public QObject {
     drive_ = [this](QDialog& d) {
       QTest::keyClicks(child<QLineEdit>(&d, "tbFeatureName"), "X");
       for (int i = 0; i < 4; ++i) alt(d, Qt::Key_N);
-      QWidget* maps = child<QWidget>(&d, "MoveOverStringControlFeatMaps");
+      auto* maps = child<controls::MoveOverStringControl>(&d, "MoveOverStringControlFeatMaps");
       child<QPushButton>(maps, "butUnSelectAll")->click();
-      QCOMPARE(selected(maps), QStringList());
+      QCOMPARE(maps->SelectedStrings(), QStringList());
       alt(d, Qt::Key_B);
-      press(&d, Qt::Key_Escape);
+      QTest::keyClick(&d, Qt::Key_Escape);
     };
     featureList()->setFocus();
-    press(featureList(), Qt::Key_Space);
+    QTest::keyClick(featureList(), Qt::Key_Space);
     child<QPushButton>(window_.get(), "butEditFeatCls")->click();
     QCOMPARE(wizardsRun_, 3);
     QCOMPARE(sha1(workingCopy), before);
@@ -355,7 +334,7 @@ class WizardWidgetTest : public QObject {
     child<QPushButton>(window_.get(), "butDeleteFeatCls")->click();  // nothing selected
     QCOMPARE(featureList()->count(), 1);
     featureList()->setFocus();
-    press(featureList(), Qt::Key_Space);
+    QTest::keyClick(featureList(), Qt::Key_Space);
     child<QPushButton>(window_.get(), "butDeleteFeatCls")->click();
     QCOMPARE(featureList()->count(), 0);
     saveAndExpect({});
