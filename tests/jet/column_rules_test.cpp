@@ -112,7 +112,6 @@ TEST(ColumnRules, ANewRowStartsFromTheLiteralDefaults) {
     std::optional<Value> value;
   };
   const Literal literals[] = {
-      {"0", Value(0)},
       {" -12 ", Value(-12)},
       {"2.5", Value(2.5)},
       {"\"a \"\"b\"\"\"", Value(std::string("a \"b\""))},

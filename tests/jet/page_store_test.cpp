@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 
 #include "jet/error.h"
@@ -26,7 +26,12 @@ std::string ioError(const std::function<void()>& f) {
   return "";
 }
 
-TEST(PageStore, FileStoreRefusesReadsPastTheEndAndWritesWhenReadOnly) {
+// Writes `bytes` to a new file at `path`.
+void writeFile(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
+TEST(PageStore, FileStoreWritesExtendAndPersistAndItRefusesWhatItCannotDo) {
   auto store = openFileStore(jettest::corpusPath("adox_jet4.mdb"), false);
   EXPECT_EQ(store->size(), 65536u);
   std::vector<uint8_t> buf(16);
@@ -38,15 +43,10 @@ TEST(PageStore, FileStoreRefusesReadsPastTheEndAndWritesWhenReadOnly) {
             std::string::npos);
   EXPECT_NE(ioError([] { openFileStore("/tmp", false); }).find("not a regular file"),
             std::string::npos);
-}
 
-TEST(PageStore, FileStoreWritesExtendAndPersist) {
-  std::string path = testing::TempDir() + "/vantor_store_test_" + std::to_string(::getpid()) + ".bin";
-  std::filesystem::remove(path);
-  {
-    std::FILE* f = std::fopen(path.c_str(), "wb");
-    std::fclose(f);
-  }
+  std::string path =
+      testing::TempDir() + "/vantor_store_test_" + std::to_string(::getpid()) + ".bin";
+  writeFile(path, "");
   {
     auto store = openFileStore(path, true);
     const uint8_t data[] = {1, 2, 3, 4};
@@ -54,14 +54,13 @@ TEST(PageStore, FileStoreWritesExtendAndPersist) {
     EXPECT_EQ(store->size(), 14u);
     store->sync();
   }
-  auto again = openFileStore(path, false);
-  std::vector<uint8_t> buf(4);
-  again->read(10, buf);
+  buf.resize(4);
+  openFileStore(path, false)->read(10, buf);
   EXPECT_EQ(buf, (std::vector<uint8_t>{1, 2, 3, 4}));
   std::filesystem::remove(path);
 }
 
-TEST(PageStore, FaultyStoreFailsOnCommand) {
+TEST(PageStore, FaultyStoreFailsOnCommandAndAnExportNamesTheFile) {
   auto faulty = std::make_unique<FaultyStore>(
       std::make_unique<MemoryStore>(std::vector<uint8_t>(100, 7), "mem.mdb"));
   std::vector<uint8_t> buf(10);
@@ -83,11 +82,10 @@ TEST(PageStore, FaultyStoreFailsOnCommand) {
   EXPECT_EQ(mem.bytes()[4], 7);
   faulty->failSync(true);
   EXPECT_FALSE(ioError([&] { faulty->sync(); }).empty());
-}
 
-TEST(PageStore, ReadFailureDuringExportNamesTheFile) {
+  // A read failing under an export names the file.
   std::vector<uint8_t> bytes = jettest::readFile(jettest::corpusPath("testV2000.mdb"));
-  auto faulty =
+  faulty =
       std::make_unique<FaultyStore>(std::make_unique<MemoryStore>(std::move(bytes), "schema.csd"));
   FaultyStore* f = faulty.get();
   auto db = Database::open(std::move(faulty));
@@ -106,10 +104,7 @@ class JournalTest : public testing::Test {
   void SetUp() override {
     std::filesystem::remove(path_);
     std::filesystem::remove(journalPathFor(path_));
-    std::FILE* f = std::fopen(path_.c_str(), "wb");
-    std::vector<uint8_t> old(3 * 4096, 'o');
-    std::fwrite(old.data(), 1, old.size(), f);
-    std::fclose(f);
+    writeFile(path_, old_);
   }
   void TearDown() override {
     std::filesystem::remove(path_);
@@ -166,11 +161,7 @@ TEST_F(JournalTest, AJournalNeverCompletedIsIgnoredAndACommitWritesOnlyWhatDiffe
   const std::string source = path_ + ".src";
   std::string bytes = contents(*reader) + std::string(4096, 'x');
   bytes[5] = 'c';
-  {
-    std::FILE* f = std::fopen(source.c_str(), "wb");
-    std::fwrite(bytes.data(), 1, bytes.size(), f);
-    std::fclose(f);
-  }
+  writeFile(source, bytes);
   // No commit lands under a reader's pages: it waits, then is refused whole.
   const std::string before = contents(*reader);
   try {
